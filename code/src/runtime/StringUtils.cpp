@@ -73,7 +73,7 @@ namespace StringUtilsInternal {
 namespace {
 
 bool IsConversion(char c) { return std::strchr("sdiufFeEgGxXcp@", c) != nullptr && c != '\0'; }
-bool IsModifier(char c) { return std::strchr("-+ #0123456789.lhzjtLq", c) != nullptr && c != '\0'; }
+bool IsModifier(char c) { return std::strchr("-0123456789.lhzjtLq", c) != nullptr && c != '\0'; }
 
 }  // namespace
 
