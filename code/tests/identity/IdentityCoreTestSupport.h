@@ -1,0 +1,115 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ConfigurationSharedStateIdentity.h"
+#include "Event.h"
+#include "EventBuilder.h"
+#include "EventData.h"
+#include "EventSource.h"
+#include "EventType.h"
+#include "Identity.h"
+#include "IdentityHarness.h"
+#include "Variant.h"
+
+// Helpers shared by the event queue, listener, dispatcher and lifecycle tests. Header only.
+namespace VelmoraTest {
+
+inline std::shared_ptr<VelmoraMobile::EventData> MakeData(const std::map<std::string, std::string>& values = {}) {
+    auto data = std::make_shared<VelmoraMobile::EventData>();
+    for (const auto& entry : values) {
+        data->PutString(entry.first, entry.second);
+    }
+    return data;
+}
+
+/// Publishes `values` together with `server_host` (a local test server) as the identity server over
+/// plain HTTP, so that whatever a sync sends stays on 127.0.0.1.
+inline void ConfigureWithServer(IdentityHarness& harness, const std::string& server_host,
+                                const std::map<std::string, std::string>& values) {
+    VelmoraMobile::Variant::VariantMap map;
+    for (const auto& entry : values) {
+        map[entry.first] = VelmoraMobile::Variant::FromString(entry.second);
+    }
+    map["ondaraCloud.server"] = VelmoraMobile::Variant::FromString(server_host);
+    map["global.ssl"] = VelmoraMobile::Variant::FromBoolean(false);
+    harness.ConfigureVariants(map);
+}
+
+/// An identity module whose sync only records what reached it, so the routing of events can be
+/// seen apart from the sync itself. `syncs` and `sync_result` belong to the module's task queue:
+/// touch them through IdentityHarness::RunInIdentityQueue.
+class SyncRecordingIdentity : public VelmoraMobile::Identity {
+public:
+    struct SyncCall {
+        std::shared_ptr<VelmoraMobile::Event> event;
+        std::string org_id;
+    };
+
+    bool HandleSyncIdentifiers(
+        const std::shared_ptr<VelmoraMobile::Event>& event,
+        const std::shared_ptr<VelmoraMobile::ConfigurationSharedStateIdentity>& config) override {
+        syncs.push_back(SyncCall{event, config ? config->GetOrgId() : std::string()});
+        return sync_result;
+    }
+
+    std::vector<SyncCall> syncs;
+    bool sync_result{true};
+};
+
+/// Registers `module` in place of the harness's own Identity and waits for its OnRegistered.
+inline void RegisterModuleInHarness(IdentityHarness& harness, const std::shared_ptr<VelmoraMobile::Identity>& module) {
+    ASSERT_TRUE(harness.hub->RegisterModule(module));
+    harness.identity = module;
+    harness.Drain();
+}
+
+/// Responses (IDENTITY / RESPONSE_IDENTITY) delivered so far that carry `pair_id`.
+inline std::vector<std::shared_ptr<VelmoraMobile::Event>> ResponsesTo(const IdentityHarness& harness,
+                                                                      const std::string& pair_id) {
+    std::vector<std::shared_ptr<VelmoraMobile::Event>> result;
+    for (const auto& event :
+         harness.Events(VelmoraMobile::EventType::IDENTITY, VelmoraMobile::EventSource::RESPONSE_IDENTITY)) {
+        if (event->GetResponsePairID() == pair_id) {
+            result.push_back(event);
+        }
+    }
+    return result;
+}
+
+/// Waits until the hub has delivered every event dispatched so far and the identity module has
+/// run every task those deliveries added. The hub delivers in order and calls a one-time
+/// listener after the module listeners, so a marker's one-time callback proves that.
+inline void Settle(IdentityHarness& harness) {
+    auto marker = VelmoraMobile::EventBuilder("velmora.test.settle", VelmoraMobile::EventType::Get("velmora.test"),
+                                              VelmoraMobile::EventSource::Get("velmora.test.settle"))
+                      .Build();
+    auto delivered = std::make_shared<std::promise<void>>();
+    auto future = delivered->get_future();
+    harness.hub->RegisterOneTimeListener<IdentityHarness>(
+        marker->GetEventType(), marker->GetEventSource(), marker->GetResponsePairID(),
+        [delivered](const std::shared_ptr<VelmoraMobile::Event>&) { delivered->set_value(); });
+    harness.hub->Dispatch(marker);
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(30)), std::future_status::ready) << "hub delivery stuck";
+    harness.Drain();
+}
+
+/// Sorted keys of an event's data.
+inline std::vector<std::string> KeysOf(const std::shared_ptr<VelmoraMobile::EventData>& data) {
+    std::vector<std::string> keys;
+    if (data) {
+        for (const auto& entry : data->GetEntries()) {
+            keys.push_back(entry.first);
+        }
+    }
+    return keys;
+}
+
+}  // namespace VelmoraTest
