@@ -1,0 +1,7 @@
+#include "IdentityDatabaseHit.h"
+
+namespace VelmoraMobile {
+
+IdentityDatabaseHit::~IdentityDatabaseHit() = default;
+
+}  // namespace VelmoraMobile
