@@ -84,8 +84,7 @@ public:
     virtual void SendOptOutHit(const std::shared_ptr<ConfigurationSharedStateIdentity>& config);
     virtual void LoadVariablesFromPersistentData();
     virtual std::string ConvertVisitorIdObjectsVisitorIDsString(const std::vector<std::shared_ptr<VisitorId>>& ids);
-    virtual std::vector<std::shared_ptr<VisitorId>> ConvertVisitorIDsStringToVisitorIdObjects(
-        const std::string& text);
+    virtual std::vector<std::shared_ptr<VisitorId>> ConvertVisitorIDsStringToVisitorIdObjects(const std::string& text);
     virtual std::string GenerateVisitorIdPayload(const std::shared_ptr<ConfigurationSharedStateIdentity>& config,
                                                  const std::shared_ptr<EventData>& analytics_state);
     virtual std::string AppendParameterToVisitorIdString(const std::string& existing, const std::string& key,

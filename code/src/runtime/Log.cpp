@@ -64,9 +64,13 @@ bool Log::Precheck(LoggingMode mode) {
     return static_cast<int>(mode) <= Level().load(std::memory_order_relaxed);
 }
 
-void Log::SetLogLevel(LoggingMode level) { Level().store(static_cast<int>(level), std::memory_order_relaxed); }
+void Log::SetLogLevel(LoggingMode level) {
+    Level().store(static_cast<int>(level), std::memory_order_relaxed);
+}
 
-LoggingMode Log::GetLogLevel() { return static_cast<LoggingMode>(Level().load(std::memory_order_relaxed)); }
+LoggingMode Log::GetLogLevel() {
+    return static_cast<LoggingMode>(Level().load(std::memory_order_relaxed));
+}
 
 void Log::SetSink(Sink sink) {
     SinkHolder& holder = Holder();
@@ -74,9 +78,17 @@ void Log::SetSink(Sink sink) {
     holder.sink = std::move(sink);
 }
 
-void Log::ErrorImpl(const char* tag, const std::string& message) { Write(LoggingMode::ERROR_LOG, tag, message); }
-void Log::WarningImpl(const char* tag, const std::string& message) { Write(LoggingMode::WARNING_LOG, tag, message); }
-void Log::DebugImpl(const char* tag, const std::string& message) { Write(LoggingMode::DEBUG_LOG, tag, message); }
-void Log::TraceImpl(const char* tag, const std::string& message) { Write(LoggingMode::VERBOSE_LOG, tag, message); }
+void Log::ErrorImpl(const char* tag, const std::string& message) {
+    Write(LoggingMode::ERROR_LOG, tag, message);
+}
+void Log::WarningImpl(const char* tag, const std::string& message) {
+    Write(LoggingMode::WARNING_LOG, tag, message);
+}
+void Log::DebugImpl(const char* tag, const std::string& message) {
+    Write(LoggingMode::DEBUG_LOG, tag, message);
+}
+void Log::TraceImpl(const char* tag, const std::string& message) {
+    Write(LoggingMode::VERBOSE_LOG, tag, message);
+}
 
 }  // namespace VelmoraMobile

@@ -25,11 +25,11 @@ public:
                                                                 std::chrono::seconds read_timeout) = 0;
 
     /// Returns at once; `callback` runs on a worker with the result of ConnectUrl.
-    virtual void ConnectUrlAsync(const std::string& url, const HttpCommand& command,
-                                 const std::string& connect_payload,
-                                 const std::map<std::string, std::string>& headers,
-                                 std::chrono::seconds connect_timeout, std::chrono::seconds read_timeout,
-                                 const std::function<void(const std::shared_ptr<HttpConnectionInterface>&)>& callback) = 0;
+    virtual void ConnectUrlAsync(
+        const std::string& url, const HttpCommand& command, const std::string& connect_payload,
+        const std::map<std::string, std::string>& headers, std::chrono::seconds connect_timeout,
+        std::chrono::seconds read_timeout,
+        const std::function<void(const std::shared_ptr<HttpConnectionInterface>&)>& callback) = 0;
 };
 
 }  // namespace VelmoraMobile

@@ -33,8 +33,8 @@ void ToStringImpl(std::ostream& out, const SdkError& error, const ToStringOption
 }  // namespace VelmoraMobile
 
 /// Throws an SdkError that carries the throwing file, line and stack trace.
-#define VELMORA_THROW(code, message)                                  \
-    throw ::VelmoraMobile::SdkError(                                  \
-        (code), (message),                                            \
-        ::VelmoraMobile::DebugInfo(__FILE__, __LINE__,                \
+#define VELMORA_THROW(code, message)                   \
+    throw ::VelmoraMobile::SdkError(                   \
+        (code), (message),                             \
+        ::VelmoraMobile::DebugInfo(__FILE__, __LINE__, \
                                    ::VelmoraMobile::GetCurrentDebugInfoPrivate::GetCurrentStackTrace()))

@@ -6,16 +6,36 @@
 
 namespace VelmoraMobile {
 
-void ToStringImpl(std::ostream& out, const std::string& value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, const char* value, const ToStringOptions&) { out << (value ? value : "null"); }
-void ToStringImpl(std::ostream& out, int value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, unsigned int value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, long value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, long long value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, unsigned long value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, unsigned long long value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, double value, const ToStringOptions&) { out << value; }
-void ToStringImpl(std::ostream& out, bool value, const ToStringOptions&) { out << (value ? "true" : "false"); }
+void ToStringImpl(std::ostream& out, const std::string& value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, const char* value, const ToStringOptions&) {
+    out << (value ? value : "null");
+}
+void ToStringImpl(std::ostream& out, int value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, unsigned int value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, long value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, long long value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, unsigned long value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, unsigned long long value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, double value, const ToStringOptions&) {
+    out << value;
+}
+void ToStringImpl(std::ostream& out, bool value, const ToStringOptions&) {
+    out << (value ? "true" : "false");
+}
 void ToStringImpl(std::ostream& out, std::chrono::milliseconds value, const ToStringOptions&) {
     out << value.count() << " ms";
 }
@@ -29,8 +49,12 @@ namespace {
 thread_local size_t current_depth = 0;
 }  // namespace
 
-size_t GetCurrentDepth() { return current_depth; }
-void SetCurrentDepth(size_t depth) { current_depth = depth; }
+size_t GetCurrentDepth() {
+    return current_depth;
+}
+void SetCurrentDepth(size_t depth) {
+    current_depth = depth;
+}
 
 std::string Quotify(const std::string& text) {
     std::string result;
@@ -64,7 +88,9 @@ std::vector<std::string> Split(const std::string& text, const std::string& delim
     }
 }
 
-std::string FormatString(const char* format) { return format ? std::string(format) : std::string(); }
+std::string FormatString(const char* format) {
+    return format ? std::string(format) : std::string();
+}
 
 }  // namespace StringUtils
 
@@ -72,8 +98,12 @@ namespace StringUtilsInternal {
 
 namespace {
 
-bool IsConversion(char c) { return std::strchr("sdiufFeEgGxXcp@", c) != nullptr && c != '\0'; }
-bool IsModifier(char c) { return std::strchr("-0123456789.lhzjtLq", c) != nullptr && c != '\0'; }
+bool IsConversion(char c) {
+    return std::strchr("sdiufFeEgGxXcp@", c) != nullptr && c != '\0';
+}
+bool IsModifier(char c) {
+    return std::strchr("-0123456789.lhzjtLq", c) != nullptr && c != '\0';
+}
 
 }  // namespace
 

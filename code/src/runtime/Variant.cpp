@@ -70,7 +70,9 @@ std::shared_ptr<Variant> Variant::FromStringMap(const std::map<std::string, std:
     return FromVariantMap(map);
 }
 
-VariantKind Variant::GetKind() const { return kind_; }
+VariantKind Variant::GetKind() const {
+    return kind_;
+}
 
 bool Variant::GetString(std::string& out) const {
     if (kind_ != VariantKind::STRING) return false;

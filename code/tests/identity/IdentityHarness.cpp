@@ -59,7 +59,9 @@ IdentityHarness::IdentityHarness(const std::string& data_dir) {
     configuration = hub->RegisterModule<ConfigurationExtension>();
 }
 
-IdentityHarness::~IdentityHarness() { Shutdown(); }
+IdentityHarness::~IdentityHarness() {
+    Shutdown();
+}
 
 std::shared_ptr<Identity> IdentityHarness::RegisterIdentity() {
     identity = hub->RegisterModule<Identity>();
@@ -69,7 +71,9 @@ std::shared_ptr<Identity> IdentityHarness::RegisterIdentity() {
     return identity;
 }
 
-void IdentityHarness::Boot() { hub->FinishModulesRegistration(); }
+void IdentityHarness::Boot() {
+    hub->FinishModulesRegistration();
+}
 
 void IdentityHarness::Configure(const std::map<std::string, std::string>& values) {
     Variant::VariantMap map;
@@ -103,7 +107,9 @@ std::shared_ptr<Event> IdentityHarness::DispatchIdentityRequest(const std::share
     return event;
 }
 
-std::vector<std::shared_ptr<Event>> IdentityHarness::Events() const { return recorder->Events(); }
+std::vector<std::shared_ptr<Event>> IdentityHarness::Events() const {
+    return recorder->Events();
+}
 
 std::vector<std::shared_ptr<Event>> IdentityHarness::Events(const std::shared_ptr<EventType>& type,
                                                             const std::shared_ptr<EventSource>& source) const {
@@ -133,8 +139,7 @@ std::shared_ptr<Event> IdentityHarness::WaitForEvent(const EventPredicate& predi
     return found;
 }
 
-std::shared_ptr<Event> IdentityHarness::WaitForResponse(const std::string& pair_id,
-                                                        std::chrono::milliseconds timeout) {
+std::shared_ptr<Event> IdentityHarness::WaitForResponse(const std::string& pair_id, std::chrono::milliseconds timeout) {
     return WaitForEvent(
         [&](const std::shared_ptr<Event>& event) {
             return event->GetEventSource() == EventSource::RESPONSE_IDENTITY && event->GetResponsePairID() == pair_id;

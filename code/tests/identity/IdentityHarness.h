@@ -63,8 +63,9 @@ public:
 
     std::vector<std::shared_ptr<VelmoraMobile::Event>> Events() const;
     /// Events of that type and source, in delivery order.
-    std::vector<std::shared_ptr<VelmoraMobile::Event>> Events(const std::shared_ptr<VelmoraMobile::EventType>& type,
-                                                              const std::shared_ptr<VelmoraMobile::EventSource>& source) const;
+    std::vector<std::shared_ptr<VelmoraMobile::Event>> Events(
+        const std::shared_ptr<VelmoraMobile::EventType>& type,
+        const std::shared_ptr<VelmoraMobile::EventSource>& source) const;
     /// Waits until an event satisfying `predicate` was delivered; returns it or null on timeout.
     std::shared_ptr<VelmoraMobile::Event> WaitForEvent(const EventPredicate& predicate,
                                                        std::chrono::milliseconds timeout = std::chrono::seconds(20));
@@ -73,14 +74,17 @@ public:
                                                           std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
     /// The identity shared state for `event` (null event: the newest).
-    std::shared_ptr<VelmoraMobile::EventData> IdentityState(const std::shared_ptr<VelmoraMobile::Event>& event = nullptr);
+    std::shared_ptr<VelmoraMobile::EventData> IdentityState(
+        const std::shared_ptr<VelmoraMobile::Event>& event = nullptr);
 
     /// Runs `work` as a task of the identity module and waits for it: the race-free way to read
     /// the module's fields in a test.
     void RunInIdentityQueue(const std::function<void()>& work);
 
     /// Waits until every task queued so far in the identity module has run.
-    void Drain() { RunInIdentityQueue([] {}); }
+    void Drain() {
+        RunInIdentityQueue([] {});
+    }
 
     /// Orderly stop of the hub (idempotent).
     void Shutdown();

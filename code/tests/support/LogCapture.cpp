@@ -23,7 +23,9 @@ std::vector<LogCapture::Line> LogCapture::Lines() const {
     return lines_;
 }
 
-bool LogCapture::Contains(const std::string& message) const { return Count(message) > 0; }
+bool LogCapture::Contains(const std::string& message) const {
+    return Count(message) > 0;
+}
 
 bool LogCapture::ContainsFragment(const std::string& fragment) const {
     std::lock_guard<std::mutex> lock(mutex_);
