@@ -9,9 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "DatabaseHitSchema.h"
@@ -32,31 +30,23 @@ public:
     int32_t count{0};
 };
 
-class OtherHit : public virtual DatabaseHitBase {};
-
 /// Table TEST_HITS: ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT INTEGER.
 class TestHitSchema : public DatabaseHitSchema<TestHit> {
 public:
     static constexpr const char* DATABASE = "test-hits.sqlite";
-    static constexpr const char* TABLE = "TEST_HITS";
 
     TestHitSchema() {
-        table_name = TABLE;
+        using Type = DatabaseInterface::ColumnDataType;
+        using Constraint = DatabaseInterface::ColumnConstraint;
+        table_name = "TEST_HITS";
         database_name = DATABASE;
         column_names = {"ID", "PAYLOAD", "TIMESTAMP", "COUNT"};
-        column_data_types = {DatabaseInterface::ColumnDataType::INTEGER, DatabaseInterface::ColumnDataType::TEXT,
-                             DatabaseInterface::ColumnDataType::INTEGER, DatabaseInterface::ColumnDataType::INTEGER};
-        column_constraints = {
-            {DatabaseInterface::ColumnConstraint::PRIMARY_KEY, DatabaseInterface::ColumnConstraint::AUTOINCREMENT},
-            {},
-            {},
-            {}};
+        column_data_types = {Type::INTEGER, Type::TEXT, Type::INTEGER, Type::INTEGER};
+        column_constraints = {{Constraint::PRIMARY_KEY, Constraint::AUTOINCREMENT}, {}, {}, {}};
     }
 
     std::shared_ptr<TestHit> GenerateHit(const std::shared_ptr<QueryResultInterface>& result) override {
-        if (!result) {
-            return nullptr;
-        }
+        if (!result) return nullptr;
         auto hit = std::make_shared<TestHit>();
         TryCatchFinally(
             [&] {
@@ -74,9 +64,7 @@ public:
     }
 
     std::map<std::string, std::shared_ptr<Variant>> GenerateDataMap(const std::shared_ptr<TestHit>& hit) override {
-        if (!hit) {
-            return {};
-        }
+        if (!hit) return {};
         return {{"PAYLOAD", Variant::FromString(hit->payload)},
                 {"TIMESTAMP", Variant::FromLong(hit->timestamp.count())},
                 {"COUNT", Variant::FromInteger(hit->count)}};
@@ -89,21 +77,14 @@ public:
     std::function<HitProcessResult(const std::shared_ptr<TestHit>&)> script;
 
     HitProcessResult Process(const std::shared_ptr<TestHit>& hit) override {
-        int now = ++in_process_;
-        int seen = max_in_process_.load();
-        while (now > seen && !max_in_process_.compare_exchange_weak(seen, now)) {
-        }
+        if (in_process_++ != 0) ++overlaps_;
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            payloads_.push_back(hit ? hit->payload : std::string("<null>"));
-            threads_.insert(std::this_thread::get_id());
+            payloads_.push_back(hit->payload);
         }
         HitProcessResult result = script ? script(hit) : HitProcessResult::DONE;
         --in_process_;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            ++finished_;
-        }
+        ++finished_;
         return result;
     }
 
@@ -111,24 +92,15 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return payloads_;
     }
-    size_t Calls() const { return Payloads().size(); }
-    size_t Finished() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return finished_;
-    }
-    size_t ThreadCount() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return threads_.size();
-    }
-    int MaxInProcess() const { return max_in_process_.load(); }
+    size_t Finished() const { return finished_.load(); }
+    int Overlaps() const { return overlaps_.load(); }
 
 private:
     mutable std::mutex mutex_;
     std::vector<std::string> payloads_;
-    std::set<std::thread::id> threads_;
-    size_t finished_{0};
+    std::atomic<size_t> finished_{0};
     std::atomic<int> in_process_{0};
-    std::atomic<int> max_in_process_{0};
+    std::atomic<int> overlaps_{0};
 };
 
 using TestHitQueue = HitQueue<TestHit, TestHitSchema, TestHitProcessor>;
@@ -144,7 +116,6 @@ public:
     void Wait() {
         std::unique_lock<std::mutex> lock(mutex_);
         ++waiting_;
-        condition_.notify_all();
         condition_.wait(lock, [this] { return open_; });
     }
     int Waiting() const {
@@ -170,28 +141,15 @@ inline std::shared_ptr<TestHit> MakeHit(const std::string& payload, int32_t coun
 /// A queue with fresh schema and processor over the data folder `dir`.
 struct QueueParts {
     std::shared_ptr<PlatformServices> services;
-    std::shared_ptr<TestHitSchema> schema;
-    std::shared_ptr<TestHitProcessor> processor;
+    std::shared_ptr<TestHitSchema> schema = std::make_shared<TestHitSchema>();
+    std::shared_ptr<TestHitProcessor> processor = std::make_shared<TestHitProcessor>();
     std::shared_ptr<TestHitQueue> queue;
 
-    explicit QueueParts(const TempDir& dir)
-        : services(std::make_shared<PlatformServices>(dir.Path())),
-          schema(std::make_shared<TestHitSchema>()),
-          processor(std::make_shared<TestHitProcessor>()) {}
+    explicit QueueParts(const TempDir& dir) : services(std::make_shared<PlatformServices>(dir.Path())) {}
 
     /// Builds the queue; the processor's script should be set before.
     std::shared_ptr<TestHitQueue> Build() {
-        queue = std::make_shared<TestHitQueue>(services, schema, processor);
-        return queue;
-    }
-
-    /// Ends the worker for good and drops the queue (the file stays).
-    void Stop() {
-        if (queue) {
-            while (!queue->Dispose(std::chrono::milliseconds(1000))) {
-            }
-            queue.reset();
-        }
+        return queue = std::make_shared<TestHitQueue>(services, schema, processor);
     }
 };
 
@@ -199,20 +157,18 @@ struct QueueParts {
 inline std::vector<std::vector<std::string>> SqlRows(const std::string& path, const std::string& sql) {
     std::vector<std::vector<std::string>> rows;
     sqlite3* database = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
-        sqlite3_close(database);
-        return rows;
-    }
-    sqlite3_busy_timeout(database, 5000);
     sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            std::vector<std::string> row;
-            for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-                const unsigned char* text = sqlite3_column_text(statement, i);
-                row.push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
+    if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(database, 5000);
+        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(statement) == SQLITE_ROW) {
+                std::vector<std::string> row;
+                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+                    const unsigned char* text = sqlite3_column_text(statement, i);
+                    row.push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
+                }
+                rows.push_back(row);
             }
-            rows.push_back(row);
         }
     }
     sqlite3_finalize(statement);

@@ -31,13 +31,10 @@ public:
     explicit RecordingModule(const std::string& name = "test.recorder") : InternalModule(name) {}
 
     std::string GetSharedStateName() override { return GetModuleName(); }
-
     void Listen(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source) {
         subscriptions_.emplace_back(type, source);
     }
-
     void OnRegistered() override;
-
     void OnUnregistered() override {
         if (on_unregistered) on_unregistered();
     }
@@ -46,12 +43,10 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back(event);
     }
-
     std::vector<std::shared_ptr<Event>> Events() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return events_;
     }
-
     std::vector<std::shared_ptr<Event>> EventsOf(const std::shared_ptr<EventType>& type,
                                                  const std::shared_ptr<EventSource>& source) const {
         std::vector<std::shared_ptr<Event>> matching;
@@ -60,15 +55,26 @@ public:
         }
         return matching;
     }
-
     bool WaitForCount(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
                       size_t count) const {
         return WaitFor([&] { return EventsOf(type, source).size() >= count; });
     }
 
-    /// Waits until the module has heard an event of its own that was dispatched now: every event
-    /// dispatched before this call has been delivered once it returns true.
-    bool Sync(VelmoraMobile::EventHub& hub);
+    /// Dispatches a marker and waits until this module heard it: every event dispatched before
+    /// has then been delivered.
+    bool Sync(VelmoraMobile::EventHub& hub) {
+        auto marker = VelmoraMobile::EventBuilder("sync", SyncType(), SyncSource()).Build();
+        hub.Dispatch(marker);
+        return WaitFor([&] {
+            for (const auto& event : Events()) {
+                if (event == marker) return true;
+            }
+            return false;
+        });
+    }
+
+    static std::shared_ptr<EventType> SyncType() { return EventType::Get("test.sync"); }
+    static std::shared_ptr<EventSource> SyncSource() { return EventSource::Get("test.sync"); }
 
     std::atomic<int> on_registered_calls{0};
     std::function<void()> on_registered;    // set before registration
@@ -87,13 +93,6 @@ public:
     }
 };
 
-inline std::shared_ptr<EventType> SyncType() {
-    return EventType::Get("test.sync");
-}
-inline std::shared_ptr<EventSource> SyncSource() {
-    return EventSource::Get("test.sync");
-}
-
 inline void RecordingModule::OnRegistered() {
     ++on_registered_calls;
     RegisterListener<RecordingListener>(SyncType(), SyncSource());
@@ -103,25 +102,12 @@ inline void RecordingModule::OnRegistered() {
     if (on_registered) on_registered();
 }
 
-inline bool RecordingModule::Sync(VelmoraMobile::EventHub& hub) {
-    auto marker = VelmoraMobile::EventBuilder("sync", SyncType(), SyncSource()).Build();
-    hub.Dispatch(marker);
-    return WaitFor([&] {
-        for (const auto& event : Events()) {
-            if (event == marker) return true;
-        }
-        return false;
-    });
-}
-
 /// Opens once; waiters block until then.
-class Gate {
+class Latch {
 public:
     void Open() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            open_ = true;
-        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        open_ = true;
         opened_.notify_all();
     }
     void Wait() {
