@@ -10,42 +10,33 @@
 #include <vector>
 
 #include "ConfigurationSharedStateIdentity.h"
-#include "Event.h"
 #include "EventBuilder.h"
-#include "EventData.h"
-#include "EventSource.h"
-#include "EventType.h"
 #include "Identity.h"
 #include "IdentityHarness.h"
 #include "Variant.h"
 
-// Helpers shared by the event queue, listener, dispatcher and lifecycle tests. Header only.
+// Helpers shared by the identity core tests. Header only; test thread only.
 namespace VelmoraTest {
 
 inline std::shared_ptr<VelmoraMobile::EventData> MakeData(const std::map<std::string, std::string>& values = {}) {
     auto data = std::make_shared<VelmoraMobile::EventData>();
-    for (const auto& entry : values) {
-        data->PutString(entry.first, entry.second);
-    }
+    for (const auto& entry : values) data->PutString(entry.first, entry.second);
     return data;
 }
 
-/// Publishes `values` together with `server_host` (a local test server) as the identity server over
-/// plain HTTP, so that whatever a sync sends stays on 127.0.0.1.
+/// Configures `values` with `server_host` (a local test server) as the identity server over plain
+/// HTTP, so that whatever a sync sends stays on 127.0.0.1.
 inline void ConfigureWithServer(IdentityHarness& harness, const std::string& server_host,
                                 const std::map<std::string, std::string>& values) {
     VelmoraMobile::Variant::VariantMap map;
-    for (const auto& entry : values) {
-        map[entry.first] = VelmoraMobile::Variant::FromString(entry.second);
-    }
+    for (const auto& entry : values) map[entry.first] = VelmoraMobile::Variant::FromString(entry.second);
     map["ondaraCloud.server"] = VelmoraMobile::Variant::FromString(server_host);
     map["global.ssl"] = VelmoraMobile::Variant::FromBoolean(false);
     harness.ConfigureVariants(map);
 }
 
-/// An identity module whose sync only records what reached it, so the routing of events can be
-/// seen apart from the sync itself. `syncs` and `sync_result` belong to the module's task queue:
-/// touch them through IdentityHarness::RunInIdentityQueue.
+/// An identity module whose sync only records what reached it, so routing is seen apart from the
+/// sync itself. `syncs` and `sync_result` belong to the module's queue: use RunInIdentityQueue.
 class SyncRecordingIdentity : public VelmoraMobile::Identity {
 public:
     struct SyncCall {
@@ -64,11 +55,13 @@ public:
     bool sync_result{true};
 };
 
-/// Registers `module` in place of the harness's own Identity and waits for its OnRegistered.
-inline void RegisterModuleInHarness(IdentityHarness& harness, const std::shared_ptr<VelmoraMobile::Identity>& module) {
-    ASSERT_TRUE(harness.hub->RegisterModule(module));
+/// Registers a SyncRecordingIdentity in place of the harness's own module.
+inline std::shared_ptr<SyncRecordingIdentity> RegisterSyncRecorder(IdentityHarness& harness) {
+    auto module = std::make_shared<SyncRecordingIdentity>();
+    EXPECT_TRUE(harness.hub->RegisterModule(module));
     harness.identity = module;
     harness.Drain();
+    return module;
 }
 
 /// Responses (IDENTITY / RESPONSE_IDENTITY) delivered so far that carry `pair_id`.
@@ -77,16 +70,13 @@ inline std::vector<std::shared_ptr<VelmoraMobile::Event>> ResponsesTo(const Iden
     std::vector<std::shared_ptr<VelmoraMobile::Event>> result;
     for (const auto& event :
          harness.Events(VelmoraMobile::EventType::IDENTITY, VelmoraMobile::EventSource::RESPONSE_IDENTITY)) {
-        if (event->GetResponsePairID() == pair_id) {
-            result.push_back(event);
-        }
+        if (event->GetResponsePairID() == pair_id) result.push_back(event);
     }
     return result;
 }
 
-/// Waits until the hub has delivered every event dispatched so far and the identity module has
-/// run every task those deliveries added. The hub delivers in order and calls a one-time
-/// listener after the module listeners, so a marker's one-time callback proves that.
+/// Waits until the hub has delivered every event dispatched so far and the module has run every
+/// task they added: the hub calls a one-time listener after the module listeners.
 inline void Settle(IdentityHarness& harness) {
     auto marker = VelmoraMobile::EventBuilder("velmora.test.settle", VelmoraMobile::EventType::Get("velmora.test"),
                                               VelmoraMobile::EventSource::Get("velmora.test.settle"))
@@ -105,9 +95,7 @@ inline void Settle(IdentityHarness& harness) {
 inline std::vector<std::string> KeysOf(const std::shared_ptr<VelmoraMobile::EventData>& data) {
     std::vector<std::string> keys;
     if (data) {
-        for (const auto& entry : data->GetEntries()) {
-            keys.push_back(entry.first);
-        }
+        for (const auto& entry : data->GetEntries()) keys.push_back(entry.first);
     }
     return keys;
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,7 +10,6 @@
 #include "IdentityHarness.h"
 #include "LogCapture.h"
 #include "TestIdentityServer.h"
-#include "Variant.h"
 #include "VisitorId.h"
 #include "VisitorIdSerializer.h"
 #include "WaitFor.h"
@@ -18,24 +18,22 @@ using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeData;
+using VelmoraTest::ResponsesTo;
+using VelmoraTest::Settle;
 
 namespace {
 
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string PENDING_MESSAGE = "Config not available at the time to process identity event.";
-const std::string REFUSED_MESSAGE =
-    "Config settings not valid to process the identity event. Processing will resume when a valid configuration is "
-    "obtained.";
-
-std::shared_ptr<Event> Request(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
-                               const std::shared_ptr<EventData>& data, const std::string& name = "test request") {
-    return EventBuilder(name, type, source).SetData(data).Build();
-}
 
 std::shared_ptr<EventData> SyncData() {
     auto data = std::make_shared<EventData>();
     data->PutBoolean("issyncevent", true);
     return data;
+}
+
+std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
+    return EventBuilder("test request", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetData(data).Build();
 }
 
 }  // namespace
@@ -45,36 +43,50 @@ TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndTheP
     auto identity = harness.RegisterIdentity();
     harness.Configure({{"ondaraCloud.org", ORG}});
     harness.RunInIdentityQueue([&] {
-        identity->mid = "12345678901234567890123456789012345678";
-        identity->blob = "BLOB";
+        identity->push_identifier = "PUSH";
+        identity->customer_ids = {
+            std::make_shared<VisitorId>("d_cid_ic", "crm", "c-1", VisitorIdAuthenticationState::AUTHENTICATED)};
     });
-
     auto request = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto response = harness.WaitForResponse(request->GetResponsePairID());
     ASSERT_NE(response, nullptr);
     EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    EXPECT_EQ(response->GetEventType(), EventType::IDENTITY);
-    EXPECT_GT(response->GetEventNumber(), request->GetEventNumber());
-    EXPECT_EQ(response->GetData()->OptString("mid", ""), "12345678901234567890123456789012345678");
-    EXPECT_EQ(response->GetData()->OptString("blob", ""), "BLOB");
-    // A request for identifiers publishes nothing.
-    EXPECT_EQ(harness.IdentityState(), nullptr);
+    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()),
+              (std::vector<std::string>{"lastsync", "pushidentifier", "visitoridslist"}));
+    auto ids = response->GetData()->GetTypedVector<VisitorId>("visitoridslist");
+    ASSERT_TRUE(ids.HasValue());
+    EXPECT_EQ(ids.Value().at(0)->id, "c-1");
+    EXPECT_EQ(harness.IdentityState(), nullptr);  // a request for identifiers publishes nothing
+
+    // An empty list is left out rather than sent empty.
+    harness.RunInIdentityQueue([&] { identity->customer_ids.clear(); });
+    auto again = harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID());
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(VelmoraTest::KeysOf(again->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
 }
 
-TEST(IdentityEventQueueTest, RequestWaitsForAPendingConfigurationAndIsAnsweredWhenItComes) {
+TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnData) {
     LogCapture log;
     IdentityHarness harness;
     harness.RegisterIdentity();
-
-    auto request = harness.DispatchIdentityRequest(MakeData());
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Contains(PENDING_MESSAGE); }));
-    VelmoraTest::Settle(harness);
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).empty());
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->event_queue.size(), 1u); });
+    auto first = harness.DispatchIdentityRequest(MakeData());
+    auto second = harness.DispatchIdentityRequest(MakeData());
+    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
+    Settle(harness);
+    EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->event_queue.size(), 2u); });
 
     harness.Configure({{"global.privacy", "optedin"}});
-    ASSERT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
-    harness.RunInIdentityQueue([&] { EXPECT_TRUE(harness.identity->event_queue.empty()); });
+    auto first_response = harness.WaitForResponse(first->GetResponsePairID());
+    auto second_response = harness.WaitForResponse(second->GetResponsePairID());
+    ASSERT_NE(first_response, nullptr);
+    ASSERT_NE(second_response, nullptr);
+    // A blank device's record holds "lastsync" alone, at 0.
+    EXPECT_EQ(VelmoraTest::KeysOf(first_response->GetData()), std::vector<std::string>{"lastsync"});
+    EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);
+    EXPECT_NE(first_response->GetData(), second_response->GetData());
+    first_response->GetData()->PutString("mid", "written by one receiver");
+    EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
 }
 
 TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
@@ -86,41 +98,41 @@ TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneCom
 
     auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
     auto request = harness.DispatchIdentityRequest(MakeData());
-    VelmoraTest::Settle(harness);
-    EXPECT_TRUE(log.Contains(REFUSED_MESSAGE));
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).empty());
+    Settle(harness);
+    EXPECT_TRUE(log.Contains(
+        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
+        "is obtained."));
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
     harness.RunInIdentityQueue([&] {
         ASSERT_EQ(identity->event_queue.size(), 2u);
         EXPECT_EQ(identity->event_queue.front(), sync);
     });
 
-    // A configuration with an org id becomes the sync's configuration of last resort.
     VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
     auto response = harness.WaitForResponse(request->GetResponsePairID());
     ASSERT_NE(response, nullptr);
-    // The sync ran first: it made the MID that the answer carries, and published at its number.
-    EXPECT_FALSE(response->GetData()->OptString("mid", "").empty());
+    // The sync ran first: it made the MID the answer carries, and published at its own number.
     auto state = harness.IdentityState(sync);
     ASSERT_NE(state, nullptr);
+    EXPECT_FALSE(state->OptString("mid", "").empty());
     EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
 TEST(IdentityEventQueueTest, EventsAreRoutedByTheirFlagsInTheirOrder) {
     IdentityHarness harness;
-    auto module = std::make_shared<VelmoraTest::SyncRecordingIdentity>();
-    VelmoraTest::RegisterModuleInHarness(harness, module);
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
 
     // GENERIC_IDENTITY is a sync without any flag.
-    auto generic = Request(EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT, MakeData({{"any", "thing"}}));
+    auto generic = EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT)
+                       .SetData(MakeData({{"any", "thing"}}))
+                       .Build();
     harness.hub->Dispatch(generic);
-    // The sync flag beats "vid" and "baseurl".
+    // The sync flag beats "vid"; a false flag makes a request for identifiers.
     auto flagged_data = SyncData();
     flagged_data->PutString("vid", "user");
-    flagged_data->PutString("baseurl", "https://example.test");
     auto flagged = harness.DispatchIdentityRequest(flagged_data);
-    // A false flag with other keys is a request for the identifiers.
-    auto unflagged_data = MakeData({{"visitoridentifiers", "x"}});
+    auto unflagged_data = MakeData();
     unflagged_data->PutBoolean("issyncevent", false);
     auto unflagged = harness.DispatchIdentityRequest(unflagged_data);
 
@@ -132,30 +144,6 @@ TEST(IdentityEventQueueTest, EventsAreRoutedByTheirFlagsInTheirOrder) {
         EXPECT_EQ(module->syncs[1].event, flagged);
         EXPECT_EQ(module->user_identifier, "");
     });
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, generic->GetResponsePairID()).empty());
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, flagged->GetResponsePairID()).empty());
-}
-
-TEST(IdentityEventQueueTest, RefusedSyncIsJudgedAgainFromTheStartAtTheNextDrain) {
-    IdentityHarness harness;
-    auto module = std::make_shared<VelmoraTest::SyncRecordingIdentity>();
-    VelmoraTest::RegisterModuleInHarness(harness, module);
-    harness.RunInIdentityQueue([&] { module->sync_result = false; });
-    harness.Configure({{"global.privacy", "optedin"}});
-
-    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
-    VelmoraTest::Settle(harness);
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 1u);
-        module->sync_result = true;
-    });
-    module->TryProcessEventQueue();
-    harness.Drain();
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 2u);
-        EXPECT_EQ(module->syncs[1].event, sync);
-        EXPECT_TRUE(module->event_queue.empty());
-    });
 }
 
 TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
@@ -166,8 +154,7 @@ TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequest
 
     auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return harness.IdentityState(request) != nullptr; }));
-    VelmoraTest::Settle(harness);
-
+    Settle(harness);
     auto state = harness.IdentityState(request);
     EXPECT_FALSE(state->ContainsKey("vid"));
     EXPECT_TRUE(state->ContainsKey("lastsync"));
@@ -176,162 +163,22 @@ TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequest
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
     harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->user_identifier, ""); });
-    // Setting the user identifier is answered by the shared state alone.
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).empty());
-}
-
-TEST(IdentityEventQueueTest, UserIdentifierOfAnotherKindClearsItToo) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] { identity->user_identifier = "old-user"; });
-
-    auto data = std::make_shared<EventData>();
-    data->PutInteger("vid", 7);
-    auto request = harness.DispatchIdentityRequest(data);
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return harness.IdentityState(request) != nullptr; }));
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->user_identifier, ""); });
-}
-
-TEST(IdentityEventQueueTest, UserIdentifierWhileOptedOutIsConsumedWithoutEffect) {
-    LogCapture log;
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}, {"global.privacy", "optedout"}});
-    VelmoraTest::Settle(harness);
-    auto state_before = harness.IdentityState();
-
-    auto request = harness.DispatchIdentityRequest(MakeData({{"vid", "user-1"}}));
-    ASSERT_TRUE(
-        VelmoraTest::WaitFor([&] { return log.Contains("cannot set user identifier with privacy opt out. sharing"); }));
-    VelmoraTest::Settle(harness);
-    harness.RunInIdentityQueue([&] {
-        EXPECT_EQ(identity->user_identifier, "");
-        EXPECT_TRUE(identity->event_queue.empty());
-    });
-    EXPECT_EQ(harness.IdentityState(), state_before);
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).empty());
-}
-
-TEST(IdentityEventQueueTest, UserIdentifierBeatsTheUrlWhoseSenderThenGetsNoAnswer) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}});
-    auto request = harness.DispatchIdentityRequest(MakeData({{"vid", "user-2"}, {"baseurl", "https://example.test"}}));
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return harness.IdentityState(request) != nullptr; }));
-    VelmoraTest::Settle(harness);
-    EXPECT_EQ(harness.IdentityState(request)->OptString("vid", ""), "user-2");
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).empty());
-}
-
-TEST(IdentityEventQueueTest, TwoRequestsInOneDrainGetTwoResponsesWithTheirOwnData) {
-    LogCapture log;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    // Both wait behind the pending configuration, so a single drain answers them.
-    auto first = harness.DispatchIdentityRequest(MakeData());
-    auto second = harness.DispatchIdentityRequest(MakeData());
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
-
-    harness.Configure({{"global.privacy", "optedin"}});
-    auto first_response = harness.WaitForResponse(first->GetResponsePairID());
-    auto second_response = harness.WaitForResponse(second->GetResponsePairID());
-    ASSERT_NE(first_response, nullptr);
-    ASSERT_NE(second_response, nullptr);
-    EXPECT_LT(first_response->GetEventNumber(), second_response->GetEventNumber());
-    EXPECT_NE(first_response->GetData(), second_response->GetData());
-    first_response->GetData()->PutString("mid", "written by one receiver");
-    EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
-}
-
-TEST(IdentityEventQueueTest, BlankDeviceRecordHoldsLastSyncAlone) {
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    harness.Configure({{"global.privacy", "optedin"}});
-    auto request = harness.DispatchIdentityRequest(MakeData());
-    auto response = harness.WaitForResponse(request->GetResponsePairID());
-    ASSERT_NE(response, nullptr);
-    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()), std::vector<std::string>{"lastsync"});
-    int64_t last_sync = -1;
-    ASSERT_TRUE(response->GetData()->GetLong("lastsync", last_sync));
-    EXPECT_EQ(last_sync, 0);
-}
-
-TEST(IdentityEventQueueTest, RecordCarriesEveryNonEmptyFieldAndNoEmptyList) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.RunInIdentityQueue([&] {
-        identity->mid = "MID";
-        identity->user_identifier = "VID";
-        identity->advertising_identifier = "ADID";
-        identity->push_identifier = "PUSH";
-        identity->blob = "BLOB";
-        identity->location_hint = "9";
-        identity->last_sync = std::chrono::seconds(1700000000);
-        identity->customer_ids = {
-            std::make_shared<VisitorId>("d_cid_ic", "crm", "c-1", VisitorIdAuthenticationState::AUTHENTICATED)};
-    });
-    std::shared_ptr<EventData> full;
-    harness.RunInIdentityQueue([&] { full = identity->PackageEventData(); });
-    EXPECT_EQ(VelmoraTest::KeysOf(full),
-              (std::vector<std::string>{"advertisingidentifier", "blob", "lastsync", "locationhint", "mid",
-                                        "pushidentifier", "vid", "visitoridslist"}));
-    EXPECT_EQ(full->OptString("mid", ""), "MID");
-    EXPECT_EQ(full->OptString("vid", ""), "VID");
-    EXPECT_EQ(full->OptString("advertisingidentifier", ""), "ADID");
-    EXPECT_EQ(full->OptString("pushidentifier", ""), "PUSH");
-    EXPECT_EQ(full->OptString("blob", ""), "BLOB");
-    EXPECT_EQ(full->OptString("locationhint", ""), "9");
-    EXPECT_EQ(full->OptLong("lastsync", 0), 1700000000);
-    auto ids = full->GetTypedVector<VisitorId>("visitoridslist");
-    ASSERT_TRUE(ids.HasValue());
-    ASSERT_EQ(ids.Value().size(), 1u);
-    EXPECT_EQ(ids.Value()[0]->id_type, "crm");
-    EXPECT_EQ(ids.Value()[0]->id, "c-1");
-    EXPECT_EQ(ids.Value()[0]->authentication_state, VisitorIdAuthenticationState::AUTHENTICATED);
-
-    std::shared_ptr<EventData> without_ids;
-    std::shared_ptr<EventData> again;
-    harness.RunInIdentityQueue([&] {
-        identity->customer_ids.clear();
-        without_ids = identity->PackageEventData();
-        again = identity->PackageEventData();
-    });
-    EXPECT_FALSE(without_ids->ContainsKey("visitoridslist"));
-    EXPECT_NE(without_ids, again);
-}
-
-TEST(IdentityEventQueueTest, NullEventAtTheHeadIsDropped) {
-    LogCapture log;
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.RunInIdentityQueue([&] {
-        EXPECT_TRUE(identity->ProcessEvent(nullptr, std::make_shared<ConfigurationSharedStateIdentity>(nullptr)));
-    });
-    EXPECT_TRUE(log.Contains("Null event."));
-    // A null event never enters the queue.
-    identity->HandleIdentityRequest(nullptr);
-    harness.RunInIdentityQueue([&] { EXPECT_TRUE(identity->event_queue.empty()); });
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());  // the state is the answer
 }
 
 TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsTheirOrder) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
-    auto url_first =
-        Request(EventType::IDENTITY, EventSource::REQUEST_IDENTITY, MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = Request(EventType::IDENTITY, EventSource::REQUEST_IDENTITY, SyncData());
-    auto vid = Request(EventType::IDENTITY, EventSource::REQUEST_IDENTITY, MakeData({{"vid", "user"}}));
-    auto url_second =
-        Request(EventType::IDENTITY, EventSource::REQUEST_IDENTITY, MakeData({{"baseurl", "https://two.example"}}));
-    auto plain = Request(EventType::IDENTITY, EventSource::REQUEST_IDENTITY, MakeData());
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto sync = IdentityRequest(SyncData());
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
 
     harness.RunInIdentityQueue([&] {
-        identity->mid = "";
         identity->event_queue = {url_first, sync, vid, url_second, plain};
         identity->ClearEventsQueue();
-        ASSERT_EQ(identity->event_queue.size(), 2u);
-        EXPECT_EQ(identity->event_queue[0], url_first);
-        EXPECT_EQ(identity->event_queue[1], url_second);
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
         identity->event_queue.clear();
     });
     for (const auto& answered : {sync, vid, plain}) {
@@ -340,7 +187,7 @@ TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsThe
         EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE");
         EXPECT_TRUE(response->GetData()->ContainsKey("lastsync"));
     }
-    VelmoraTest::Settle(harness);
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, url_first->GetResponsePairID()).empty());
-    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, url_second->GetResponsePairID()).empty());
+    Settle(harness);
+    EXPECT_TRUE(ResponsesTo(harness, url_first->GetResponsePairID()).empty());
+    EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
 }

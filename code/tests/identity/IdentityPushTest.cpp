@@ -24,7 +24,6 @@ namespace {
 const std::string KEY_DIGEST = "VELMORAMOBILE_PUSH_IDENTIFIER";
 const std::string KEY_FLAG = "VELMORAMOBILE_PUSH_ENABLED";
 const std::string MATCH_LINE = "Provided push token matches existing push token.  Ignoring.";
-const std::string NO_STORE_LINE = "cannot update push flag without local storage service.";
 
 class PushTest : public ::testing::Test {
 protected:
@@ -33,15 +32,13 @@ protected:
         store = Store(harness);
     }
 
-    std::string Digest(const std::string& token) { return harness.services->GetCryptoService()->GetDigest(token); }
-
-    void Update(const std::string& token) {
-        harness.RunInIdentityQueue([&] { harness.identity->UpdatePushIdentifier(token); });
-    }
-
-    std::string PushIdentifier() {
+    // Updates the token and returns the push identifier the module then holds.
+    std::string Update(const std::string& token) {
         std::string value;
-        harness.RunInIdentityQueue([&] { value = harness.identity->push_identifier; });
+        harness.RunInIdentityQueue([&] {
+            harness.identity->UpdatePushIdentifier(token);
+            value = harness.identity->push_identifier;
+        });
         return value;
     }
 
@@ -49,9 +46,8 @@ protected:
     std::vector<std::string> Hits() {
         EventBarrier(harness);
         std::vector<std::string> words;
-        for (const auto& context : PushHits(harness)) {
-            auto it = context.find("a.push.optin");
-            words.push_back(it == context.end() ? "<missing>" : it->second);
+        for (auto& context : PushHits(harness)) {
+            words.push_back(context["a.push.optin"]);
         }
         return words;
     }
@@ -62,15 +58,14 @@ protected:
 
 }  // namespace
 
-TEST_F(PushTest, ANewTokenStoresItsDigestSetsTheFlagAndReportsTrue) {
+TEST_F(PushTest, TokenChangesStoreTheDigestAndReportFlagChanges) {
+    EXPECT_EQ(Update(""), "");  // empty on a fresh store: no flag, no hit
     EXPECT_FALSE(store->Contains(KEY_FLAG));
-    Update("token-A");
-    EXPECT_EQ(PushIdentifier(), "token-A");
-    // Only the digest is stored, never the token itself.
-    EXPECT_EQ(store->GetString(KEY_DIGEST, ""), Digest("token-A"));
-    EXPECT_NE(store->GetString(KEY_DIGEST, ""), "token-A");
-    EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
+    EXPECT_TRUE(Hits().empty());
 
+    EXPECT_EQ(Update("token-A"), "token-A");
+    EXPECT_EQ(store->GetString(KEY_DIGEST, ""), harness.services->GetCryptoService()->GetDigest("token-A"));
+    EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
     EventBarrier(harness);
     auto events = harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT);
     ASSERT_EQ(events.size(), 1u);
@@ -80,97 +75,37 @@ TEST_F(PushTest, ANewTokenStoresItsDigestSetsTheFlagAndReportsTrue) {
     std::map<std::string, std::string> context;
     ASSERT_TRUE(data->GetStringMap("contextdata", context));
     EXPECT_EQ(context, (std::map<std::string, std::string>{{"a.push.optin", "True"}}));
-}
 
-TEST_F(PushTest, TheSameTokenAgainIsIgnored) {
-    Update("token-A");
+    // The same token matches the stored digest and is ignored.
     harness.RunInIdentityQueue([&] { harness.identity->push_identifier = "changed-in-memory"; });
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    Update("token-A");
+    EXPECT_EQ(Update("token-A"), "changed-in-memory");
     EXPECT_TRUE(capture.Contains(MATCH_LINE));
-    EXPECT_EQ(PushIdentifier(), "changed-in-memory");
-    EXPECT_EQ(Hits(), std::vector<std::string>{"True"});
-}
 
-TEST_F(PushTest, ANewTokenWhileTheFlagStandsSendsNoHit) {
-    Update("token-A");
-    Update("token-B");
-    EXPECT_EQ(PushIdentifier(), "token-B");
-    EXPECT_EQ(store->GetString(KEY_DIGEST, ""), Digest("token-B"));
+    // A new token while the flag stands sends no hit; with the flag off it turns it on again.
+    EXPECT_EQ(Update("token-B"), "token-B");
     EXPECT_EQ(Hits(), std::vector<std::string>{"True"});
-}
-
-TEST_F(PushTest, ANewTokenWithTheFlagOffTurnsItOnAgain) {
-    Update("token-A");
     store->SetBoolean(KEY_FLAG, false);
-    Update("token-B");
+    Update("token-C");
     EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
     EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "True"}));
-}
 
-TEST_F(PushTest, AnEmptyTokenClearsTheIdentifierAndReportsFalse) {
-    Update("token-A");
-    Update("");
-    EXPECT_EQ(PushIdentifier(), "");
-    // The digest of "" is not empty, so it replaces the old one rather than removing the key.
-    EXPECT_EQ(store->GetString(KEY_DIGEST, ""), Digest(""));
+    // An empty token clears the identifier and reports "False"; the digest of "" replaces the old one.
+    EXPECT_EQ(Update(""), "");
+    EXPECT_EQ(store->GetString(KEY_DIGEST, ""), harness.services->GetCryptoService()->GetDigest(""));
     EXPECT_FALSE(store->GetBoolean(KEY_FLAG, true));
-    EXPECT_TRUE(store->Contains(KEY_FLAG));
-    EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "False"}));
-
-    // A second empty token matches and changes nothing.
-    LogCapture capture(LoggingMode::DEBUG_LOG);
+    EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "True", "False"}));
+    capture.Clear();
     Update("");
     EXPECT_TRUE(capture.Contains(MATCH_LINE));
-    EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "False"}));
-}
-
-TEST_F(PushTest, AnEmptyTokenOnAFreshStoreSendsNoHit) {
-    Update("");
-    EXPECT_EQ(PushIdentifier(), "");
-    EXPECT_FALSE(store->Contains(KEY_FLAG));
-    EXPECT_TRUE(Hits().empty());
-}
-
-TEST_F(PushTest, TheFlagReadsFalseWhenAbsentAndFollowsTheStore) {
-    harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        EXPECT_FALSE(id.IsPushEnabled());
-        EXPECT_FALSE(store->Contains(KEY_FLAG));
-        EXPECT_TRUE(id.SetPushEnabled(true));
-        EXPECT_TRUE(id.push_enabled);
-        EXPECT_TRUE(id.IsPushEnabled());
-        store->SetBoolean(KEY_FLAG, false);
-        EXPECT_FALSE(id.IsPushEnabled());
-        EXPECT_FALSE(id.push_enabled);
-    });
-}
-
-TEST_F(PushTest, WithoutCryptoTheTokenIsIgnored) {
-    Update("token-A");
-    harness.services->SetCryptoService(nullptr);
-    LogCapture capture;
-    Update("token-B");
-    EXPECT_TRUE(capture.Contains("crypto services is null."));
-    EXPECT_TRUE(capture.Contains(MATCH_LINE));
-    EXPECT_EQ(PushIdentifier(), "token-A");
-    EXPECT_EQ(Hits(), std::vector<std::string>{"True"});
+    EXPECT_EQ(Hits().size(), 3u);
 }
 
 TEST_F(PushTest, WithoutAStoreNothingIsStoredOrReported) {
     harness.services->SetLocalStorageService(nullptr);
     LogCapture capture;
-    harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        id.push_enabled = true;
-        EXPECT_FALSE(id.IsPushEnabled());
-        EXPECT_TRUE(id.push_enabled);  // left as it was
-        EXPECT_FALSE(id.SetPushEnabled(false));
-        id.ChangePushStatusAndHitAnalytics(true);
-        id.UpdatePushIdentifier("token-A");
-        EXPECT_EQ(id.push_identifier, "");
-    });
-    EXPECT_EQ(capture.Count(NO_STORE_LINE), 4u);
+    EXPECT_EQ(Update("token-A"), "");
+    EXPECT_EQ(capture.Count("cannot update push flag without local storage service."), 1u);
     EXPECT_TRUE(capture.Contains(MATCH_LINE));
     EXPECT_TRUE(Hits().empty());
 }

@@ -13,23 +13,18 @@
 #include "LogCapture.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
+using VelmoraTest::CountIdentityLines;
+using Strings = std::vector<std::string>;
 
 namespace {
 
-const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
-
-std::shared_ptr<IdentityObject> Answer(const std::string& mid, const std::string& blob, const std::string& hint,
-                                       int64_t ttl, const std::string& error = "",
-                                       const std::vector<std::string>& opt_out = {}) {
+std::shared_ptr<IdentityObject> Answer(const std::string& mid, const std::string& blob, const std::string& error = "") {
     auto answer = std::make_shared<IdentityObject>();
     answer->SetMid(mid);
     answer->SetBlob(blob);
-    answer->SetHint(hint);
-    answer->SetTtl(std::chrono::seconds(ttl));
+    answer->SetHint(blob.empty() ? "" : "7");
+    answer->SetTtl(std::chrono::seconds(blob.empty() ? 600 : 1800));
     answer->SetError(error);
-    answer->SetOptOut(opt_out);
     return answer;
 }
 
@@ -44,170 +39,85 @@ protected:
             identity->location_hint = "3";
             identity->ttl = std::chrono::seconds(100);
         });
+        store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
     }
 
-    /// Calls NetworkResponseLoaded as the hit queue would, then waits until its events are delivered.
-    void Apply(const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
+    /// Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
+    Strings Apply(const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
+        const size_t before = harness.Events().size();
         harness.RunInIdentityQueue([&] { identity->NetworkResponseLoaded(answer, pair_id, 17); });
         VelmoraTest::Settle(harness);
-    }
-
-    std::vector<std::shared_ptr<Event>> Updated() const {
-        std::vector<std::shared_ptr<Event>> result;
-        for (const auto& event : harness.Events(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY)) {
-            if (event->GetName() == UPDATED) result.push_back(event);
+        Strings pair_ids;
+        auto events = harness.Events();
+        for (size_t i = before; i < events.size(); ++i) {
+            if (events[i]->GetName() != "UPDATED_IDENTITY_RESPONSE") continue;
+            pair_ids.push_back(events[i]->GetResponsePairID());
+            last = events[i];
         }
-        return result;
+        return pair_ids;
     }
 
-    std::shared_ptr<DataStoreInterface> Store() {
-        return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
-    }
-
-    struct Fields {
-        std::string mid, blob, hint;
-        int64_t ttl;
-    };
-    Fields Read() {
-        Fields fields;
+    /// mid, blob, hint and ttl, read on the module's queue.
+    Strings Fields() {
+        Strings fields;
         harness.RunInIdentityQueue([&] {
-            fields = Fields{identity->mid, identity->blob, identity->location_hint, identity->ttl.count()};
+            fields = {identity->mid, identity->blob, identity->location_hint, std::to_string(identity->ttl.count())};
         });
         return fields;
     }
 
-    IdentityHarness harness;
+    VelmoraTest::IdentityHarness harness;
     std::shared_ptr<Identity> identity;
+    std::shared_ptr<DataStoreInterface> store;
+    std::shared_ptr<Event> last;  // the newest UPDATED event
 };
 
 }  // namespace
 
-TEST_F(IdentityResponseApplicationTest, AHitWithoutAnswerSavesTheOldStateAndTellsEverybodyAndTheCaller) {
-    LogCapture log;
-    Apply(nullptr, "pair-1");
-
-    EXPECT_EQ(VelmoraTest::CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
-    Fields fields = Read();
-    EXPECT_EQ(fields.blob, "old-blob");
-    EXPECT_EQ(fields.hint, "3");
-    EXPECT_EQ(fields.ttl, 100);
-    // Saved all the same.
-    EXPECT_EQ(Store()->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "old-blob");
-    EXPECT_EQ(Store()->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 100);
-
-    auto events = Updated();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0]->GetResponsePairID(), "");
-    EXPECT_EQ(events[1]->GetResponsePairID(), "pair-1");
-    // The two differ only in the pair id.
-    EXPECT_EQ(VelmoraTest::KeysOf(events[0]->GetData()), VelmoraTest::KeysOf(events[1]->GetData()));
-    for (const auto& event : events) {
-        EXPECT_EQ(event->GetData()->OptString("mid", ""), "device-mid");
-        EXPECT_EQ(event->GetData()->OptString("blob", ""), "old-blob");
-        EXPECT_EQ(event->GetData()->OptString("locationhint", ""), "3");
-    }
-}
-
-TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidOverwritesBlobHintAndTtlButNeverTheDeviceMid) {
-    LogCapture log;
-    Apply(Answer("server-mid", "new-blob", "7", 1800), "");
-
-    Fields fields = Read();
-    EXPECT_EQ(fields.mid, "device-mid");
-    EXPECT_EQ(fields.blob, "new-blob");
-    EXPECT_EQ(fields.hint, "7");
-    EXPECT_EQ(fields.ttl, 1800);
-    EXPECT_EQ(VelmoraTest::CountIdentityLines(
-                  log, LoggingMode::DEBUG_LOG,
-                  "ID Service - Got ID Response (mid: device-mid, blob: new-blob, hint: 7, ttl: 1800)"),
+TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMid) {
+    VelmoraTest::LogCapture log;
+    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), ""), Strings{""});
+    EXPECT_EQ(Fields(), (Strings{"device-mid", "new-blob", "7", "1800"}));
+    EXPECT_EQ(last->GetData()->OptString("blob", ""), "new-blob");
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
+                                 "ID Service - Got ID Response (mid: device-mid, blob: new-blob, hint: 7, ttl: 1800)"),
               1u);
-    EXPECT_EQ(Store()->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "new-blob");
-    EXPECT_EQ(Store()->GetString("VELMORAMOBILE_PERSISTED_MID", ""), "device-mid");
-    EXPECT_EQ(Store()->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "new-blob");
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
 
-    // No pair id: one event, for everybody, carrying the new state.
-    auto events = Updated();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0]->GetResponsePairID(), "");
-    EXPECT_EQ(events[0]->GetData()->OptString("blob", ""), "new-blob");
-
-    // Missing blob and hint clear what the device had; a missing ttl had already become 600.
-    Apply(Answer("server-mid", "", "", 600), "");
-    fields = Read();
-    EXPECT_EQ(fields.blob, "");
-    EXPECT_EQ(fields.hint, "");
-    EXPECT_EQ(fields.ttl, 600);
-    EXPECT_FALSE(Store()->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
+    // Missing blob and hint clear what the device had.
+    Apply(Answer("server-mid", ""), "");
+    EXPECT_EQ(Fields(), (Strings{"device-mid", "", "", "600"}));
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 }
 
-TEST_F(IdentityResponseApplicationTest, WithoutAMidOrWithAnErrorTheAnswerChangesNothingButAMissingMid) {
-    LogCapture log;
-    Apply(Answer("", "blob-without-mid", "5", 60), "");
-    Apply(Answer("server-mid", "blob-with-error", "5", 60, "server trouble"), "");
-    Fields fields = Read();
-    EXPECT_EQ(fields.mid, "device-mid");
-    EXPECT_EQ(fields.blob, "old-blob");
-    EXPECT_EQ(fields.hint, "3");
-    EXPECT_EQ(fields.ttl, 100);
+TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {
+    VelmoraTest::LogCapture log;
+    const Strings kept{"device-mid", "old-blob", "3", "100"};
+    EXPECT_EQ(Apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");
+    // Saved all the same.
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "old-blob");
+
+    EXPECT_EQ(Apply(Answer("", "blob-without-mid"), "pair-2"), (Strings{"", "pair-2"}));
+    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), ""), Strings{""});
+    EXPECT_EQ(Fields(), kept);
     EXPECT_FALSE(log.ContainsFragment("ID Service - Got ID Response"));
-    EXPECT_FALSE(log.ContainsFragment("server trouble"));
 
     // An error while the device has no MID yet makes one, and only that.
     harness.RunInIdentityQueue([&] { identity->mid.clear(); });
-    Apply(Answer("server-mid", "blob-with-error", "5", 60, "server trouble"), "pair-2");
-    fields = Read();
-    EXPECT_FALSE(fields.mid.empty());
-    EXPECT_NE(fields.mid, "server-mid");
-    EXPECT_EQ(fields.blob, "old-blob");
-    EXPECT_EQ(Store()->GetString("VELMORAMOBILE_PERSISTED_MID", ""), fields.mid);
-    auto events = Updated();
-    ASSERT_EQ(events.size(), 4u);
-    EXPECT_EQ(events[3]->GetResponsePairID(), "pair-2");
-    EXPECT_EQ(events[3]->GetData()->OptString("mid", ""), fields.mid);
-}
+    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), "pair-3"), (Strings{"", "pair-3"}));
+    auto fields = Fields();
+    EXPECT_EQ(fields[0].size(), 38u);
+    EXPECT_EQ((Strings{fields[1], fields[2], fields[3]}), (Strings{"old-blob", "3", "100"}));
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID", ""), fields[0]);
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), fields[0]);
 
-TEST_F(IdentityResponseApplicationTest, AGlobalOptOutAsksTheConfigurationAndStillAppliesTheAnswer) {
-    LogCapture log;
-    Fields fields;
-    harness.RunInIdentityQueue([&] {
-        identity->NetworkResponseLoaded(Answer("server-mid", "new-blob", "7", 1800, "", {"global"}), "", 3);
-        // Read in the same task: the configuration's answer may opt the module out right after.
-        fields = Fields{identity->mid, identity->blob, identity->location_hint, identity->ttl.count()};
-        EXPECT_EQ(identity->privacy_status, MobilePrivacyStatus::OPT_IN);
-    });
-    EXPECT_EQ(fields.blob, "new-blob");
-    EXPECT_EQ(fields.hint, "7");
-    EXPECT_EQ(fields.ttl, 1800);
-    EXPECT_EQ(VelmoraTest::CountIdentityLines(log, LoggingMode::DEBUG_LOG,
-                                              "ID Service - Got Global Opt Out Response, forcing opt out."),
-              1u);
-
-    auto request = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
-        return event->GetEventType() == EventType::CONFIGURATION &&
-               event->GetEventSource() == EventSource::REQUEST_CONTENT;
-    });
-    ASSERT_NE(request, nullptr);
-    Variant::VariantMap update;
-    ASSERT_TRUE(request->GetData()->GetVariantMap("config.update", update));
-    ASSERT_EQ(update.size(), 1u);
-    std::string privacy;
-    ASSERT_TRUE(update.at("global.privacy")->GetString(privacy));
-    EXPECT_EQ(privacy, "optedout");
-}
-
-TEST_F(IdentityResponseApplicationTest, AnOptedOutModuleDropsTheAnswerYetStillAnswersTwice) {
+    // An opted-out module keeps and saves nothing, yet still answers.
     harness.RunInIdentityQueue([&] { identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
-    Apply(Answer("server-mid", "new-blob", "7", 1800), "pair-3");
-
-    Fields fields = Read();
-    EXPECT_EQ(fields.blob, "old-blob");
-    EXPECT_EQ(fields.ttl, 100);
-    // Nothing was saved: the store never held a blob.
-    EXPECT_FALSE(Store()->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
-
-    auto events = Updated();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0]->GetResponsePairID(), "");
-    EXPECT_EQ(events[1]->GetResponsePairID(), "pair-3");
-    EXPECT_EQ(events[1]->GetData()->OptString("blob", ""), "old-blob");
+    store->Remove("VELMORAMOBILE_PERSISTED_MID_BLOB");
+    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
+    EXPECT_EQ(Fields()[1], "old-blob");
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 }

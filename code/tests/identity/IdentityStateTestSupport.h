@@ -20,12 +20,10 @@
 namespace VelmoraTest {
 namespace IdentityState {
 
-inline const std::string STORE_NAME = "visitorIDServiceDataStore";
-
 /// The identity data store of the harness's data folder, read directly (not through the module).
 inline std::shared_ptr<VelmoraMobile::DataStoreInterface> Store(IdentityHarness& harness) {
     auto storage = harness.services->GetLocalStorageService();
-    return storage ? storage->GetDataStore(STORE_NAME) : nullptr;
+    return storage ? storage->GetDataStore("visitorIDServiceDataStore") : nullptr;
 }
 
 /// Dispatches a marker event that nobody but the recorder hears and waits for it: the hub

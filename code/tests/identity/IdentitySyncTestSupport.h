@@ -69,9 +69,7 @@ inline size_t CountIdentityLines(const LogCapture& capture, VelmoraMobile::Loggi
 /// Lines of the identity module's tag, any level.
 inline size_t CountIdentityLines(const LogCapture& capture) {
     size_t count = 0;
-    for (const auto& line : capture.Lines()) {
-        if (line.tag == "com.velmora.module.identity") ++count;
-    }
+    for (const auto& line : capture.Lines()) count += line.tag == "com.velmora.module.identity";
     return count;
 }
 
