@@ -1,21 +1,13 @@
 #include "EventSource.h"
 
-#include <mutex>
-#include <unordered_map>
-
 #include "EarlyInit.h"
+#include "NamedSingletonRegistry.h"
 
 namespace VelmoraMobile {
 
 std::shared_ptr<EventSource> EventSource::Get(const std::string& name) {
-    static std::mutex mutex;
-    static std::unordered_map<std::string, std::shared_ptr<EventSource>> registry;
-    std::lock_guard<std::mutex> lock(mutex);
-    std::shared_ptr<EventSource>& entry = registry[name];
-    if (!entry) {
-        entry.reset(new EventSource(name));
-    }
-    return entry;
+    static NamedSingletonRegistry<EventSource> registry;
+    return registry.Get(name, [](const std::string& n) { return std::shared_ptr<EventSource>(new EventSource(n)); });
 }
 
 std::string EventSource::ToStringImpl(const ToStringOptions&) const {

@@ -1,21 +1,13 @@
 #include "EventType.h"
 
-#include <mutex>
-#include <unordered_map>
-
 #include "EarlyInit.h"
+#include "NamedSingletonRegistry.h"
 
 namespace VelmoraMobile {
 
 std::shared_ptr<EventType> EventType::Get(const std::string& name) {
-    static std::mutex mutex;
-    static std::unordered_map<std::string, std::shared_ptr<EventType>> registry;
-    std::lock_guard<std::mutex> lock(mutex);
-    std::shared_ptr<EventType>& entry = registry[name];
-    if (!entry) {
-        entry.reset(new EventType(name));
-    }
-    return entry;
+    static NamedSingletonRegistry<EventType> registry;
+    return registry.Get(name, [](const std::string& n) { return std::shared_ptr<EventType>(new EventType(n)); });
 }
 
 std::string EventType::ToStringImpl(const ToStringOptions&) const {

@@ -430,16 +430,25 @@ bool HitQueueBase::InsertRow(const std::map<std::string, std::shared_ptr<Variant
     if (statement == nullptr) {
         return false;
     }
+    if (!BindColumnsLocked(statement, columns, "the hit was not queued")) {
+        return false;
+    }
+    return StepToDoneLocked(statement, "insert a row");
+}
+
+bool HitQueueBase::BindColumnsLocked(sqlite3_stmt* statement,
+                                     const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
+                                     const char* consequence) {
     for (size_t i = 0; i < columns.size(); ++i) {
         if (!BindVariant(statement, static_cast<int>(i + 1), columns[i].second)) {
-            Log::Warning(LOG_TAG, "Column %s of table %s cannot store the value given; the hit was not queued",
-                         columns[i].first, TableName());
+            Log::Warning(LOG_TAG, "Column %s of table %s cannot store the value given; %s", columns[i].first,
+                         TableName(), consequence);
             sqlite3_reset(statement);
             sqlite3_clear_bindings(statement);
             return false;
         }
     }
-    return StepToDoneLocked(statement, "insert a row");
+    return true;
 }
 
 bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Variant>>& values,
@@ -461,14 +470,8 @@ bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Varian
     if (statement == nullptr) {
         return false;
     }
-    for (size_t i = 0; i < columns.size(); ++i) {
-        if (!BindVariant(statement, static_cast<int>(i + 1), columns[i].second)) {
-            Log::Warning(LOG_TAG, "Column %s of table %s cannot store the value given; nothing was updated",
-                         columns[i].first, TableName());
-            sqlite3_reset(statement);
-            sqlite3_clear_bindings(statement);
-            return false;
-        }
+    if (!BindColumnsLocked(statement, columns, "nothing was updated")) {
+        return false;
     }
     if (identifier != nullptr) {
         sqlite3_bind_text(statement, static_cast<int>(columns.size() + 1), identifier->data(),

@@ -98,6 +98,11 @@ private:
     std::vector<std::pair<std::string, std::shared_ptr<Variant>>> KnownColumns(
         const std::map<std::string, std::shared_ptr<Variant>>& values) const;
     bool InsertRow(const std::map<std::string, std::shared_ptr<Variant>>& values);
+    /// Binds `columns` to parameters 1..n; on a value that cannot be stored logs "...; `consequence`",
+    /// resets the statement and gives false.
+    bool BindColumnsLocked(sqlite3_stmt* statement,
+                           const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
+                           const char* consequence);
     /// UPDATE of every row, or of the row with key `identifier` when it is given.
     bool UpdateRows(const std::map<std::string, std::shared_ptr<Variant>>& values, const std::string* identifier);
     void NoteNewWork();
