@@ -12,10 +12,10 @@
 #include <mutex>
 #include <string>
 
-#include "DatabaseHitSchema.h"
-#include "HitProcessor.h"
-#include "HitQueue.h"
-#include "PlatformServices.h"
+#include "runtime/hitqueue/DatabaseHitSchema.h"
+#include "runtime/hitqueue/HitProcessor.h"
+#include "runtime/hitqueue/HitQueue.h"
+#include "runtime/services/PlatformServices.h"
 
 using namespace VelmoraMobile;
 

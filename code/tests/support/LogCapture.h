@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Log.h"
+#include "runtime/values/Log.h"
 
 namespace VelmoraTest {
 

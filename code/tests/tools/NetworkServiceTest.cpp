@@ -6,12 +6,12 @@
 #include <memory>
 #include <string>
 
-#include "CurlNetworkService.h"
-#include "HttpConnectionConstants.h"
-#include "LogCapture.h"
-#include "NetworkConnectionUtil.h"
-#include "ScopedEnvironment.h"
-#include "TestIdentityServer.h"
+#include "runtime/services/HttpConnectionConstants.h"
+#include "runtime/services/helpers/NetworkConnectionUtil.h"
+#include "runtime/services/network/CurlNetworkService.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::LogCapture;

@@ -6,7 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "TestIdentityServer.h"
+#include "tools/server/TestIdentityServer.h"
 
 namespace VelmoraTestServer {
 namespace {

@@ -17,12 +17,12 @@
 #include <system_error>
 #include <vector>
 
-#include "ConfigurationExtension.h"
-#include "EventBuilder.h"
-#include "EventHub.h"
-#include "PlatformServices.h"
-#include "SharedStatePending.h"
-#include "StringUtils.h"
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/bus/EventHub.h"
+#include "runtime/bus/SharedStatePending.h"
+#include "runtime/configuration/ConfigurationExtension.h"
+#include "runtime/services/PlatformServices.h"
+#include "runtime/values/StringUtils.h"
 
 using namespace VelmoraMobile;
 namespace fs = std::filesystem;

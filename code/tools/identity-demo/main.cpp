@@ -21,14 +21,14 @@
 #include <string>
 #include <thread>
 
-#include "ConfigurationExtension.h"
-#include "EventBuilder.h"
-#include "EventHub.h"
-#include "Identity.h"
-#include "IdentityConstants.h"
-#include "PlatformServices.h"
-#include "StringUtils.h"
-#include "TestIdentityServer.h"
+#include "identity/module/Identity.h"
+#include "identity/module/IdentityConstants.h"
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/bus/EventHub.h"
+#include "runtime/configuration/ConfigurationExtension.h"
+#include "runtime/services/PlatformServices.h"
+#include "runtime/values/StringUtils.h"
+#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 namespace Keys = VelmoraMobile::IdentityConstants::EventDataKeys;

@@ -1,4 +1,4 @@
-#include "ConnectionCutter.h"
+#include "tools/server/ConnectionCutter.h"
 
 #include <dirent.h>
 #include <netinet/in.h>

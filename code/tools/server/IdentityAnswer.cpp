@@ -1,4 +1,4 @@
-#include "IdentityAnswer.h"
+#include "tools/server/IdentityAnswer.h"
 
 #include <algorithm>
 #include <cstdint>

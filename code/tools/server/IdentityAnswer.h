@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "TestIdentityServer.h"
+#include "tools/server/TestIdentityServer.h"
 
 namespace VelmoraTestServer {
 

@@ -1,4 +1,4 @@
-#include "SelfSignedCertificate.h"
+#include "tools/server/SelfSignedCertificate.h"
 
 #include <openssl/bn.h>
 #include <openssl/evp.h>

@@ -1,4 +1,4 @@
-#include "TestIdentityServer.h"
+#include "tools/server/TestIdentityServer.h"
 
 #include <httplib.h>
 #include <strings.h>
@@ -12,9 +12,9 @@
 #include <thread>
 #include <utility>
 
-#include "ConnectionCutter.h"
-#include "IdentityAnswer.h"
-#include "SelfSignedCertificate.h"
+#include "tools/server/ConnectionCutter.h"
+#include "tools/server/IdentityAnswer.h"
+#include "tools/server/SelfSignedCertificate.h"
 
 namespace VelmoraTestServer {
 namespace {

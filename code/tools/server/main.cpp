@@ -10,7 +10,7 @@
 #include <iostream>
 #include <string>
 
-#include "TestIdentityServer.h"
+#include "tools/server/TestIdentityServer.h"
 
 namespace {
 

@@ -1,7 +1,0 @@
-#include "IdentityDatabaseHit.h"
-
-namespace VelmoraMobile {
-
-IdentityDatabaseHit::~IdentityDatabaseHit() = default;
-
-}  // namespace VelmoraMobile

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+#include "identity/module/Identity.h"
+#include "runtime/bus/Event.h"
+#include "runtime/bus/ModuleEventListener.h"
+
+namespace VelmoraMobile {
+
+/// Hears ZUMA / RESPONSE_CONTENT: answers of the audience extension.
+///
+/// Made and owned by the module's listener table (Identity::OnRegistered); holds the module
+/// weakly. Hear runs on the hub's delivery thread and only hands the event on to a member that
+/// adds a task.
+class IdentityListenerAudienceResponseContent : public ModuleEventListener<Identity> {
+public:
+    IdentityListenerAudienceResponseContent() = default;
+    ~IdentityListenerAudienceResponseContent() override = default;
+
+    void Hear(const std::shared_ptr<Event>& event) override;
+};
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,16 @@
+#include "identity/events/IdentityListenerGenericIdentityRequestContent.h"
+
+#include "runtime/values/Log.h"
+
+namespace VelmoraMobile {
+
+void IdentityListenerGenericIdentityRequestContent::Hear(const std::shared_ptr<Event>& event) {
+    std::shared_ptr<Identity> module = GetParentModule();
+    if (!module) {
+        Log::Error(Identity::LOG_PREFIX.c_str(), "Parent module not available");
+        return;
+    }
+    module->HandleIdentityRequest(event);
+}
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+#include "identity/module/Identity.h"
+#include "runtime/bus/Event.h"
+#include "runtime/bus/ModuleEventListener.h"
+
+namespace VelmoraMobile {
+
+/// Hears IDENTITY / REQUEST_IDENTITY: requests of the public interface and of other extensions.
+///
+/// Made and owned by the module's listener table (Identity::OnRegistered); holds the module
+/// weakly. Hear runs on the hub's delivery thread and only hands the event on to a member that
+/// adds a task.
+class IdentityListenerRequestIdentity : public ModuleEventListener<Identity> {
+public:
+    IdentityListenerRequestIdentity() = default;
+    ~IdentityListenerRequestIdentity() override = default;
+
+    void Hear(const std::shared_ptr<Event>& event) override;
+};
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,7 @@
+#include "identity/hits/IdentityDatabaseHit.h"
+
+namespace VelmoraMobile {
+
+IdentityDatabaseHit::~IdentityDatabaseHit() = default;
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "identity/ids/VisitorId.h"
+#include "runtime/values/Expected.h"
+#include "runtime/values/Object.h"
+#include "runtime/values/Variant.h"
+#include "runtime/values/VariantSerializerInterface.h"
+
+namespace VelmoraMobile {
+
+/// Converts a VisitorId to and from its bus form: a map of "id_origin", "id_type", "id"
+/// (strings) and "authentication_state" (integer). A null Variant stands for a null pointer.
+/// Holds no data; any thread may use one.
+class VisitorIdSerializer : public Object, public virtual VariantSerializerInterface<VisitorId> {
+public:
+    /// A null pointer for the null kind; "variant.not_type" when the value is no map or one of
+    /// the four entries is missing or of another kind (extra entries are ignored). The state
+    /// is taken as it stands, out-of-range values included. Throws the VisitorId constructor's
+    /// error when "id_type" cleans to nothing.
+    Expected<std::shared_ptr<VisitorId>> Deserialize(const Variant& variant) const override;
+
+    std::shared_ptr<Variant> Serialize(const VisitorId& value) const override;
+};
+
+/// Lists of customer ids with VisitorIdSerializer; see the serializer-taking forms in Variant.h.
+template <>
+std::shared_ptr<Variant> Variant::FromTypedVector<VisitorId>(const std::vector<std::shared_ptr<VisitorId>>& values);
+
+template <>
+Expected<std::vector<std::shared_ptr<VisitorId>>> Variant::GetTypedVector<VisitorId>() const;
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,49 @@
+#include "identity/events/IdentityDispatcherIdentityResponseIdentity.h"
+#include "identity/ids/VisitorIdSerializer.h"
+#include "identity/module/Identity.h"
+#include "identity/module/IdentityConstants.h"
+#include "runtime/values/Variant.h"
+
+namespace VelmoraMobile {
+
+namespace IdentityKeys = IdentityConstants::EventDataKeys::Identity;
+
+std::shared_ptr<EventData> Identity::PackageEventData() {
+    // A fresh object each time: receivers of one response must not see what another wrote.
+    auto data = std::make_shared<EventData>();
+    // An empty value is left out rather than published empty.
+    if (!mid.empty()) {
+        data->PutString(IdentityKeys::VISITOR_ID_MID, mid);
+    }
+    if (!user_identifier.empty()) {
+        data->PutString(IdentityKeys::USER_IDENTIFIER, user_identifier);
+    }
+    if (!advertising_identifier.empty()) {
+        data->PutString(IdentityKeys::ADVERTISING_IDENTIFIER, advertising_identifier);
+    }
+    if (!push_identifier.empty()) {
+        data->PutString(IdentityKeys::PUSH_IDENTIFIER, push_identifier);
+    }
+    if (!blob.empty()) {
+        data->PutString(IdentityKeys::VISITOR_ID_BLOB, blob);
+    }
+    if (!location_hint.empty()) {
+        data->PutString(IdentityKeys::VISITOR_ID_LOCATION_HINT, location_hint);
+    }
+    if (!customer_ids.empty()) {
+        data->PutVariant(IdentityKeys::VISITOR_IDS_LIST, Variant::FromTypedVector<VisitorId>(customer_ids));
+    }
+    data->PutLong(IdentityKeys::VISITOR_IDS_LAST_SYNC, static_cast<int64_t>(last_sync.count()));
+    return data;
+}
+
+void Identity::HandleIdentityResponseEvent(const std::string& event_name, const std::shared_ptr<EventData>& data,
+                                           const std::string& pair_id) {
+    // Null before OnRegistered has made it: the response is dropped.
+    if (!identity_response_dispatcher) {
+        return;
+    }
+    identity_response_dispatcher->DispatchIdentityResponse(event_name, data, pair_id);
+}
+
+}  // namespace VelmoraMobile

@@ -1,0 +1,433 @@
+#include "runtime/bus/Module.h"
+
+#include <typeinfo>
+
+#include "runtime/bus/EventHub.h"
+#include "runtime/values/Log.h"
+#include "runtime/values/TryCatch.h"
+
+namespace VelmoraMobile {
+
+namespace {
+
+const char* const LOG_TAG = "Module";
+
+uintptr_t Address(const void* pointer) {
+    return reinterpret_cast<uintptr_t>(pointer);
+}
+
+}  // namespace
+
+Module::Module(const std::string& name) : module_name_(name) {}
+
+Module::~Module() = default;
+
+bool Module::IsRegistered() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return registered_;
+}
+
+void Module::OnRegistered() {}
+
+void Module::OnUnregistered() {}
+
+void Module::RegisterOneTimeListenerBlock(const std::shared_ptr<EventType>& type,
+                                          const std::shared_ptr<EventSource>& source, const std::string& pair_id,
+                                          const std::function<void(const std::shared_ptr<Event>&)>& block) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (!hub) {
+        Log::Warning(LOG_TAG, "Module %s has no hub: one-time listener not registered", module_name_);
+        return;
+    }
+    hub->RegisterOneTimeListener(typeid(*this).hash_code(), type, source, pair_id, block);
+}
+
+void Module::UnregisterModule() {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (hub) {
+        hub->RequestUnregistration(module_name_);
+    }
+}
+
+void Module::UnregisterListener(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source) {
+    std::vector<std::shared_ptr<ModuleEventListenerBase>> removed;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = listeners_.lower_bound(ListenerKey{Address(type.get()), Address(source.get()), std::string()});
+        while (it != listeners_.end() && std::get<0>(it->first) == Address(type.get()) &&
+               std::get<1>(it->first) == Address(source.get())) {
+            removed.push_back(it->second);
+            it = listeners_.erase(it);
+        }
+    }
+    for (const auto& listener : removed) {
+        listener->CallOnUnregistered();
+    }
+}
+
+void Module::UnregisterWildCardListener() {
+    std::shared_ptr<ModuleEventListenerBase> removed;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        removed.swap(wildcard_listener_);
+    }
+    if (removed) {
+        removed->CallOnUnregistered();
+    }
+}
+
+void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task) {
+    AddTaskToQueue(name, task, ModuleTaskOptions());
+}
+
+void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task,
+                            const ModuleTaskOptions& options) {
+    if (!task) {
+        return;
+    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    bool accepted = task_queue_state_ == TaskQueueState::WAITING || task_queue_state_ == TaskQueueState::OPEN ||
+                    (task_queue_state_ == TaskQueueState::CLOSING && options.required_for_unregistration);
+    if (!accepted) {
+        lock.unlock();
+        Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, name);
+        return;
+    }
+    task_queue_.emplace_back(name, task);
+    if (task_queue_state_ != TaskQueueState::WAITING && !runner_active_) {
+        SubmitRunnerLocked(lock);
+    }
+}
+
+void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
+    std::shared_ptr<TaskExecutorInterface> executor = task_executor_.lock();
+    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (!executor || !self) {
+        runner_active_ = false;
+        return;
+    }
+    // One runner at a time is what keeps the module's tasks from overlapping.
+    runner_active_ = true;
+    lock.unlock();
+    bool accepted = executor->Execute([self] { self->RunNextTask(); });
+    lock.lock();
+    if (!accepted) {
+        runner_active_ = false;
+    }
+}
+
+void Module::RunNextTask() {
+    std::pair<std::string, std::function<void()>> task;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (task_queue_.empty()) {
+            runner_active_ = false;
+            CloseIfDrainedLocked();
+            return;
+        }
+        task = std::move(task_queue_.front());
+        task_queue_.pop_front();
+    }
+    TryCatch(task.second, [&](SdkError& error) {
+        Log::Warning(LOG_TAG, "Task %s of module %s failed: %s", task.first, module_name_, error);
+    });
+    // The task's captures go before the next task starts, outside the lock.
+    task.second = nullptr;
+
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (task_queue_.empty()) {
+        runner_active_ = false;
+        CloseIfDrainedLocked();
+        return;
+    }
+    // Each task is a job of its own on the executor, so a busy module cannot starve the others.
+    SubmitRunnerLocked(lock);
+}
+
+void Module::CloseIfDrainedLocked() {
+    if (unregistration_hooks_done_ && task_queue_.empty() && !runner_active_ &&
+        task_queue_state_ != TaskQueueState::CLOSED) {
+        task_queue_state_ = TaskQueueState::CLOSED;
+        closed_.notify_all();
+    }
+}
+
+bool Module::CreateSharedState(int32_t version, const std::shared_ptr<EventData>& data) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (!hub) {
+        Log::Warning(LOG_TAG, "Module %s has no hub: shared state not created", module_name_);
+        return false;
+    }
+    return hub->ChangeSharedState(*this, EventHub::SharedStateChange::CREATE, true, version, data);
+}
+
+bool Module::UpdateSharedState(int32_t version, const std::shared_ptr<EventData>& data) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (!hub) {
+        Log::Warning(LOG_TAG, "Module %s has no hub: shared state not updated", module_name_);
+        return false;
+    }
+    return hub->ChangeSharedState(*this, EventHub::SharedStateChange::UPDATE, true, version, data);
+}
+
+bool Module::CreateOrUpdateSharedState(int32_t version, const std::shared_ptr<EventData>& data) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (!hub) {
+        Log::Warning(LOG_TAG, "Module %s has no hub: shared state not published", module_name_);
+        return false;
+    }
+    return hub->ChangeSharedState(*this, EventHub::SharedStateChange::CREATE_OR_UPDATE, true, version, data);
+}
+
+bool Module::CreateOrUpdateSharedState(const std::shared_ptr<EventData>& data) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (!hub) {
+        Log::Warning(LOG_TAG, "Module %s has no hub: shared state not published", module_name_);
+        return false;
+    }
+    return hub->ChangeSharedState(*this, EventHub::SharedStateChange::CREATE_OR_UPDATE, false, 0, data);
+}
+
+void Module::ClearSharedStates() {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    if (hub) {
+        hub->ClearSharedStates(*this);
+    }
+}
+
+std::shared_ptr<EventData> Module::GetSharedEventState(const std::string& name, const std::shared_ptr<Event>& event) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    return hub ? hub->GetSharedEventState(name, event) : nullptr;
+}
+
+bool Module::HasSharedEventState(const std::string& name) {
+    std::shared_ptr<EventHub> hub = GetEventHub();
+    return hub && hub->HasSharedEventState(name);
+}
+
+std::shared_ptr<PlatformServicesInterface> Module::GetPlatformServices() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return platform_services_;
+}
+
+void Module::RegisterRule(const std::shared_ptr<Rule>& rule) {
+    if (!rule) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    rules_.push_back(rule);
+}
+
+void Module::UnregisterAllRules() {
+    std::vector<std::shared_ptr<Rule>> removed;
+    std::lock_guard<std::mutex> lock(mutex_);
+    removed.swap(rules_);
+}
+
+void Module::OnEventHubRegisteredModule(const std::shared_ptr<EventHub>& hub,
+                                        const std::shared_ptr<PlatformServicesInterface>& platform_services,
+                                        const std::shared_ptr<TaskExecutorInterface>& task_executor) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    hub_ = hub;
+    platform_services_ = platform_services;
+    task_executor_ = task_executor;
+}
+
+void Module::Idle() {}
+
+void Module::ProcessEvent(const std::shared_ptr<Event>& event, std::shared_ptr<Event>& result) {
+    result = event;
+}
+
+void Module::NotifyListeners(const std::shared_ptr<Event>& event) {
+    if (!event) {
+        return;
+    }
+    uintptr_t type = Address(event->GetEventType().get());
+    uintptr_t source = Address(event->GetEventSource().get());
+    std::vector<std::shared_ptr<ModuleEventListenerBase>> matched;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (auto it = listeners_.lower_bound(ListenerKey{type, source, std::string()});
+             it != listeners_.end() && std::get<0>(it->first) == type && std::get<1>(it->first) == source; ++it) {
+            const std::string& pair_id = std::get<2>(it->first);
+            if (pair_id.empty() || pair_id == event->GetResponsePairID()) {
+                matched.push_back(it->second);
+            }
+        }
+    }
+    for (const auto& listener : matched) {
+        TryCatch(
+            [&] { listener->Hear(event); },
+            [&](SdkError& error) { Log::Warning(LOG_TAG, "A listener of module %s failed: %s", module_name_, error); });
+    }
+}
+
+void Module::NotifyWildCardListener(const std::shared_ptr<Event>& event) {
+    std::shared_ptr<ModuleEventListenerBase> listener;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        listener = wildcard_listener_;
+    }
+    if (!listener || !event) {
+        return;
+    }
+    TryCatch([&] { listener->Hear(event); },
+             [&](SdkError& error) {
+                 Log::Warning(LOG_TAG, "The wildcard listener of module %s failed: %s", module_name_, error);
+             });
+}
+
+bool Module::RegisterListener(const std::shared_ptr<ModuleEventListenerBase>& listener,
+                              const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
+                              const std::string& pair_id) {
+    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (!listener || !type || !source || !self) {
+        Log::Warning(LOG_TAG, "Module %s: listener not registered (missing listener, type, source or shared owner)",
+                     module_name_);
+        return false;
+    }
+    listener->Init(self, type, source);
+    listener->CallOnRegistered();
+    std::shared_ptr<ModuleEventListenerBase> replaced;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::shared_ptr<ModuleEventListenerBase>& slot =
+            listeners_[ListenerKey{Address(type.get()), Address(source.get()), pair_id}];
+        replaced.swap(slot);
+        slot = listener;
+    }
+    if (replaced && replaced != listener) {
+        replaced->CallOnUnregistered();
+    }
+    return true;
+}
+
+bool Module::RegisterDispatcher(const std::shared_ptr<ModuleEventDispatcherBase>& dispatcher) {
+    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (!dispatcher || !self) {
+        Log::Warning(LOG_TAG, "Module %s: dispatcher not registered (missing dispatcher or shared owner)",
+                     module_name_);
+        return false;
+    }
+    dispatcher->Init(self, GetEventHub());
+    dispatcher->CallOnRegistered();
+    std::lock_guard<std::mutex> lock(mutex_);
+    dispatchers_.push_back(dispatcher);
+    return true;
+}
+
+bool Module::RegisterProcessor(const std::shared_ptr<ModuleEventProcessorBase>& processor) {
+    if (!processor) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    processors_.push_back(processor);
+    return true;
+}
+
+bool Module::RegisterWildCardListener(const std::shared_ptr<ModuleEventListenerBase>& listener) {
+    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (!listener || !self) {
+        return false;
+    }
+    listener->Init(self, nullptr, nullptr);
+    listener->CallOnRegistered();
+    std::shared_ptr<ModuleEventListenerBase> replaced;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        replaced.swap(wildcard_listener_);
+        wildcard_listener_ = listener;
+    }
+    if (replaced && replaced != listener) {
+        replaced->CallOnUnregistered();
+    }
+    return true;
+}
+
+std::shared_ptr<EventHub> Module::GetEventHub() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return hub_.lock();
+}
+
+bool Module::AttachToHub() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (attached_) {
+        return false;
+    }
+    attached_ = true;
+    return true;
+}
+
+void Module::StartTaskQueue() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    registered_ = true;
+    if (task_queue_state_ == TaskQueueState::WAITING) {
+        task_queue_state_ = TaskQueueState::OPEN;
+    }
+    if (!task_queue_.empty() && !runner_active_) {
+        SubmitRunnerLocked(lock);
+    }
+}
+
+void Module::BeginUnregistration() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    registered_ = false;
+    unregistration_begun_ = true;
+    if (task_queue_state_ == TaskQueueState::WAITING || task_queue_state_ == TaskQueueState::OPEN) {
+        task_queue_state_ = TaskQueueState::CLOSING;
+    }
+    if (!task_queue_.empty() && !runner_active_) {
+        SubmitRunnerLocked(lock);
+    }
+}
+
+void Module::UnregisterListenersAndDispatchers() {
+    std::map<ListenerKey, std::shared_ptr<ModuleEventListenerBase>> listeners;
+    std::shared_ptr<ModuleEventListenerBase> wildcard;
+    std::vector<std::shared_ptr<ModuleEventDispatcherBase>> dispatchers;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        listeners.swap(listeners_);
+        wildcard.swap(wildcard_listener_);
+        // Dispatchers stay with the module: its unregistration tasks may still answer requests.
+        dispatchers = dispatchers_;
+    }
+    for (const auto& entry : listeners) {
+        entry.second->CallOnUnregistered();
+    }
+    if (wildcard) {
+        wildcard->CallOnUnregistered();
+    }
+    for (const auto& dispatcher : dispatchers) {
+        dispatcher->CallOnUnregistered();
+    }
+}
+
+void Module::EndUnregistrationHooks() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    unregistration_hooks_done_ = true;
+    CloseIfDrainedLocked();
+}
+
+void Module::WaitUntilUnregistered() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!unregistration_begun_) {
+        return;
+    }
+    closed_.wait(lock, [this] { return task_queue_state_ == TaskQueueState::CLOSED; });
+}
+
+void Module::AbandonTasks() {
+    std::deque<std::pair<std::string, std::function<void()>>> dropped;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        dropped.swap(task_queue_);
+        task_queue_state_ = TaskQueueState::CLOSED;
+        runner_active_ = false;
+        unregistration_hooks_done_ = true;
+        closed_.notify_all();
+    }
+}
+
+}  // namespace VelmoraMobile

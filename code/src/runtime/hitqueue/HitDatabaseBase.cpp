@@ -1,0 +1,350 @@
+#include "runtime/hitqueue/HitDatabaseBase.h"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <filesystem>
+#include <limits>
+#include <system_error>
+
+#include "runtime/values/Log.h"
+
+namespace VelmoraMobile {
+
+namespace {
+
+constexpr int BUSY_TIMEOUT_MS = 5000;
+
+bool IsNotADatabase(int result_code) {
+    int primary = result_code & 0xff;
+    return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT;
+}
+
+}  // namespace
+
+HitDatabaseBase::HitDatabaseBase(const std::string& file_path, const std::string& table_name,
+                                 const std::string& key_column)
+    : file_path_(file_path),
+      table_name_(table_name),
+      key_expression_(key_column.empty() ? std::string("rowid") : QuoteIdentifier(key_column)) {}
+
+HitDatabaseBase::~HitDatabaseBase() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    CloseLocked();
+}
+
+bool HitDatabaseBase::OpenOrCreateDatabase() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    if (database_ != nullptr) {
+        return true;
+    }
+    OpenResult result = OpenFileLocked();
+    if (result == OpenResult::NOT_A_DATABASE) {
+        MoveAsideLocked();
+        result = OpenFileLocked();
+    }
+    return result == OpenResult::OK;
+}
+
+void HitDatabaseBase::PostReset() {}
+
+bool HitDatabaseBase::DeleteAllHits() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    unreadable_rows_.clear();
+    sqlite3_stmt* statement = CachedStatementLocked("DELETE FROM " + QuoteIdentifier(table_name_));
+    return statement != nullptr && StepToDoneLocked(statement, "delete all rows");
+}
+
+bool HitDatabaseBase::DeleteTable() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    if (database_ == nullptr) {
+        Log::Error(LOG_TAG, "Cannot drop table %s: the database %s is not open", table_name_, file_path_);
+        return false;
+    }
+    unreadable_rows_.clear();
+    // Cached statements may refer to the table; they are prepared again when next needed.
+    for (auto& entry : statements_) {
+        sqlite3_finalize(entry.second);
+    }
+    statements_.clear();
+    return ExecuteLocked("DROP TABLE IF EXISTS " + QuoteIdentifier(table_name_));
+}
+
+bool HitDatabaseBase::DeleteHitWithIdentifier(const std::string& identifier) {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    sqlite3_stmt* statement = CachedStatementLocked("DELETE FROM " + QuoteIdentifier(table_name_) + " WHERE " +
+                                                    key_expression_ + " = ? RETURNING rowid");
+    if (statement == nullptr) {
+        return false;
+    }
+    sqlite3_bind_text(statement, 1, identifier.data(), static_cast<int>(identifier.size()), SQLITE_TRANSIENT);
+    int rc;
+    while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
+        // A rowid can be given to a new row once its old row is gone.
+        unreadable_rows_.erase(sqlite3_column_int64(statement, 0));
+    }
+    if (rc != SQLITE_DONE) {
+        LogErrorLocked("delete a row");
+    }
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    return rc == SQLITE_DONE;
+}
+
+int32_t HitDatabaseBase::GetSize() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    sqlite3_stmt* statement = CachedStatementLocked("SELECT COUNT(*) FROM " + QuoteIdentifier(table_name_));
+    if (statement == nullptr) {
+        return 0;
+    }
+    int64_t count = 0;
+    if (sqlite3_step(statement) == SQLITE_ROW) {
+        count = sqlite3_column_int64(statement, 0);
+    } else {
+        LogErrorLocked("count rows");
+    }
+    sqlite3_reset(statement);
+    return count > std::numeric_limits<int32_t>::max() ? std::numeric_limits<int32_t>::max()
+                                                       : static_cast<int32_t>(count);
+}
+
+void HitDatabaseBase::Reset() {
+    {
+        std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+        CloseLocked();
+        std::error_code ignored;
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            std::filesystem::remove(file_path_ + suffix, ignored);
+        }
+        unreadable_rows_.clear();
+        if (!OpenOrCreateDatabase() || !InitializeDatabase()) {
+            Log::Error(LOG_TAG, "Reset could not create a fresh database at %s", file_path_);
+        }
+    }
+    PostReset();
+}
+
+bool HitDatabaseBase::ExecuteLocked(const std::string& sql) {
+    if (database_ == nullptr) {
+        Log::Error(LOG_TAG, "Cannot run \"%s\": the database %s is not open", sql, file_path_);
+        return false;
+    }
+    char* message = nullptr;
+    int rc = sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, &message);
+    if (rc != SQLITE_OK) {
+        std::string text = message != nullptr ? message : sqlite3_errstr(rc);
+        Log::Error(LOG_TAG, "Statement \"%s\" failed on %s: %s", sql, file_path_, text);
+    }
+    sqlite3_free(message);
+    return rc == SQLITE_OK;
+}
+
+sqlite3_stmt* HitDatabaseBase::CachedStatementLocked(const std::string& sql) {
+    auto found = statements_.find(sql);
+    if (found != statements_.end()) {
+        return found->second;
+    }
+    if (database_ == nullptr) {
+        Log::Error(LOG_TAG, "Cannot run \"%s\": the database %s is not open", sql, file_path_);
+        return nullptr;
+    }
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v3(database_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement,
+                           nullptr) != SQLITE_OK) {
+        Log::Error(LOG_TAG, "Cannot prepare \"%s\" on %s: %s", sql, file_path_, std::string(sqlite3_errmsg(database_)));
+        sqlite3_finalize(statement);
+        return nullptr;
+    }
+    statements_.emplace(sql, statement);
+    return statement;
+}
+
+sqlite3_stmt* HitDatabaseBase::PrepareLocked(const std::string& sql) {
+    if (database_ == nullptr) {
+        Log::Error(LOG_TAG, "Cannot run \"%s\": the database %s is not open", sql, file_path_);
+        return nullptr;
+    }
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database_, sql.c_str(), static_cast<int>(sql.size()), &statement, nullptr) != SQLITE_OK) {
+        Log::Error(LOG_TAG, "Cannot prepare \"%s\" on %s: %s", sql, file_path_, std::string(sqlite3_errmsg(database_)));
+        sqlite3_finalize(statement);
+        return nullptr;
+    }
+    return statement;
+}
+
+bool HitDatabaseBase::StepToDoneLocked(sqlite3_stmt* statement, const char* what) {
+    int rc;
+    do {
+        rc = sqlite3_step(statement);
+    } while (rc == SQLITE_ROW);
+    if (rc != SQLITE_DONE) {
+        LogErrorLocked(what);
+    }
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    return rc == SQLITE_DONE;
+}
+
+void HitDatabaseBase::LogErrorLocked(const char* what) const {
+    if (!Log::Precheck(LoggingMode::WARNING_LOG)) {
+        return;
+    }
+    std::string message = database_ != nullptr ? sqlite3_errmsg(database_) : "not open";
+    Log::Error(LOG_TAG, "Failed to %s in table %s of %s: %s", std::string(what), table_name_, file_path_, message);
+}
+
+bool HitDatabaseBase::BindVariant(sqlite3_stmt* statement, int index, const std::shared_ptr<Variant>& value) {
+    if (!value) {
+        return sqlite3_bind_null(statement, index) == SQLITE_OK;
+    }
+    int rc = SQLITE_MISUSE;
+    switch (value->GetKind()) {
+        case VariantKind::NULL_KIND: rc = sqlite3_bind_null(statement, index); break;
+        case VariantKind::STRING: {
+            std::string text;
+            value->GetString(text);
+            rc = sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+            break;
+        }
+        case VariantKind::INTEGER: {
+            int32_t number = 0;
+            value->GetInteger(number);
+            rc = sqlite3_bind_int64(statement, index, number);
+            break;
+        }
+        case VariantKind::LONG: {
+            int64_t number = 0;
+            value->GetLong(number);
+            rc = sqlite3_bind_int64(statement, index, number);
+            break;
+        }
+        case VariantKind::BOOLEAN: {
+            bool flag = false;
+            value->GetBoolean(flag);
+            rc = sqlite3_bind_int64(statement, index, flag ? 1 : 0);
+            break;
+        }
+        case VariantKind::DOUBLE: {
+            double number = 0;
+            value->GetDouble(number);
+            rc = sqlite3_bind_double(statement, index, number);
+            break;
+        }
+        case VariantKind::VECTOR:
+        case VariantKind::MAP: break;
+    }
+    return rc == SQLITE_OK;
+}
+
+std::string HitDatabaseBase::QuoteIdentifier(const std::string& name) {
+    std::string quoted = "\"";
+    for (char c : name) {
+        if (c == '"') {
+            quoted += '"';
+        }
+        quoted += c;
+    }
+    quoted += '"';
+    return quoted;
+}
+
+HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
+    std::error_code error;
+    std::filesystem::path folder = std::filesystem::path(file_path_).parent_path();
+    if (!folder.empty()) {
+        std::filesystem::create_directories(folder, error);
+    }
+    sqlite3* database = nullptr;
+    int rc = sqlite3_open_v2(file_path_.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (rc != SQLITE_OK) {
+        Log::Error(LOG_TAG, "Cannot open database %s: %s", file_path_, std::string(sqlite3_errstr(rc)));
+        sqlite3_close_v2(database);
+        return OpenResult::FAILED;
+    }
+    sqlite3_busy_timeout(database, BUSY_TIMEOUT_MS);
+
+    // The journal switch reads the file header and the integrity check every page, so a file
+    // that is not a database, or a damaged one, shows here and not in the middle of the work.
+    OpenResult result = OpenResult::OK;
+    std::string reason;
+    for (const char* pragma : {"PRAGMA journal_mode=WAL", "PRAGMA quick_check"}) {
+        sqlite3_stmt* statement = nullptr;
+        rc = sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr);
+        if (rc == SQLITE_OK) {
+            rc = sqlite3_step(statement);
+            if (rc == SQLITE_ROW) {
+                const unsigned char* text = sqlite3_column_text(statement, 0);
+                std::string answer = text != nullptr ? reinterpret_cast<const char*>(text) : "";
+                if (std::string(pragma) == "PRAGMA quick_check" && answer != "ok") {
+                    result = OpenResult::NOT_A_DATABASE;
+                    reason = answer;
+                }
+                rc = SQLITE_OK;
+            } else if (rc == SQLITE_DONE) {
+                rc = SQLITE_OK;
+            }
+        }
+        if (rc != SQLITE_OK && result == OpenResult::OK) {
+            result = IsNotADatabase(rc) ? OpenResult::NOT_A_DATABASE : OpenResult::FAILED;
+            reason = sqlite3_errmsg(database);
+        }
+        sqlite3_finalize(statement);
+        if (result != OpenResult::OK) {
+            break;
+        }
+    }
+    if (result == OpenResult::OK &&
+        sqlite3_exec(database, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        result = OpenResult::FAILED;
+        reason = sqlite3_errmsg(database);
+    }
+    if (result != OpenResult::OK) {
+        if (result == OpenResult::FAILED) {
+            Log::Error(LOG_TAG, "Cannot use database %s: %s", file_path_, reason);
+        }
+        sqlite3_close_v2(database);
+        return result;
+    }
+    database_ = database;
+    return OpenResult::OK;
+}
+
+void HitDatabaseBase::CloseLocked() {
+    for (auto& entry : statements_) {
+        sqlite3_finalize(entry.second);
+    }
+    statements_.clear();
+    if (database_ != nullptr) {
+        sqlite3_close_v2(database_);
+        database_ = nullptr;
+    }
+}
+
+void HitDatabaseBase::MoveAsideLocked() {
+    CloseLocked();
+    long long seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+    std::string aside = file_path_ + ".corrupt-" + std::to_string(seconds);
+    std::error_code error;
+    for (int n = 1; std::filesystem::exists(aside, error); ++n) {
+        aside = file_path_ + ".corrupt-" + std::to_string(seconds) + "-" + std::to_string(n);
+    }
+    std::filesystem::rename(file_path_, aside, error);
+    if (error) {
+        Log::Error(LOG_TAG, "Database %s is not a usable database and could not be moved aside: %s", file_path_,
+                   error.message());
+        return;
+    }
+    // A journal left beside a damaged file belongs to it, never to the fresh one.
+    std::error_code ignored;
+    if (std::filesystem::exists(file_path_ + "-wal", ignored)) {
+        std::filesystem::rename(file_path_ + "-wal", aside + "-wal", ignored);
+    }
+    std::filesystem::remove(file_path_ + "-wal", ignored);
+    std::filesystem::remove(file_path_ + "-shm", ignored);
+    Log::Error(LOG_TAG, "Database %s is not a usable database; moved it to %s and started a fresh one", file_path_,
+               aside);
+}
+
+}  // namespace VelmoraMobile

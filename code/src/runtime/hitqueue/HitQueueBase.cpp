@@ -1,0 +1,581 @@
+#include "runtime/hitqueue/HitQueueBase.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <exception>
+#include <system_error>
+
+#include "runtime/hitqueue/SqliteQueryResult.h"
+#include "runtime/services/DatabaseServiceInterface.h"
+#include "runtime/values/Log.h"
+#include "runtime/values/SdkError.h"
+
+namespace VelmoraMobile {
+
+namespace {
+
+constexpr int64_t DEFAULT_RETRY_WAIT_MS = 30000;
+
+int64_t InitialRetryWaitMs() {
+    const char* text = std::getenv("VELMORA_HIT_RETRY_MS");
+    if (text == nullptr || *text == '\0') {
+        return DEFAULT_RETRY_WAIT_MS;
+    }
+    char* end = nullptr;
+    long long value = std::strtoll(text, &end, 10);
+    return (end != nullptr && *end == '\0' && value >= 0) ? value : DEFAULT_RETRY_WAIT_MS;
+}
+
+std::atomic<int64_t>& RetryWaitMs() {
+    static std::atomic<int64_t> wait_ms{InitialRetryWaitMs()};
+    return wait_ms;
+}
+
+const char* ColumnTypeSql(DatabaseInterface::ColumnDataType type) {
+    switch (type) {
+        case DatabaseInterface::ColumnDataType::INTEGER: return "INTEGER";
+        case DatabaseInterface::ColumnDataType::REAL: return "REAL";
+        case DatabaseInterface::ColumnDataType::TEXT: return "TEXT";
+    }
+    return nullptr;
+}
+
+const char* ConstraintSql(DatabaseInterface::ColumnConstraint constraint) {
+    switch (constraint) {
+        case DatabaseInterface::ColumnConstraint::NOT_NULL: return "NOT NULL";
+        case DatabaseInterface::ColumnConstraint::UNIQUE: return "UNIQUE";
+        case DatabaseInterface::ColumnConstraint::PRIMARY_KEY: return "PRIMARY KEY";
+        case DatabaseInterface::ColumnConstraint::AUTOINCREMENT: return "AUTOINCREMENT";
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& platform_services,
+                           const std::shared_ptr<DatabaseHitSchemaBase>& schema,
+                           const std::shared_ptr<HitProcessorBase>& processor)
+    : HitDatabaseBase(DatabasePathFor(platform_services, schema), TableNameOf(schema), KeyColumnOf(schema)),
+      schema_(schema),
+      processor_(processor),
+      platform_services_(platform_services),
+      system_info_service_(platform_services->GetSystemInfoService()) {
+    if (!processor_) {
+        VELMORA_THROW("hit_queue.invalid_argument", "A hit queue needs a processor.");
+    }
+    column_names_ = schema_->GetColumnNames();
+    std::string columns;
+    for (const auto& name : column_names_) {
+        columns += QuoteIdentifier(name) + ", ";
+    }
+    select_oldest_sql_ =
+        "SELECT " + columns + "rowid, " + KeyExpression() + " FROM " + QuoteIdentifier(TableName()) + " ORDER BY rowid";
+    // Virtual calls from here reach this class's versions, which is what construction needs.
+    if (!OpenOrCreateDatabase()) {
+        VELMORA_THROW("hit_queue.database_unavailable", "Cannot open or create the hit database " + GetFilePath());
+    }
+    if (!InitializeDatabase()) {
+        VELMORA_THROW("hit_queue.database_unavailable",
+                      "Cannot create table " + TableName() + " in the hit database " + GetFilePath());
+    }
+}
+
+HitQueueBase::~HitQueueBase() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        disposed_ = true;
+        online_ = false;
+        condition_.notify_all();
+    }
+    if (worker_.joinable()) {
+        if (worker_.get_id() == std::this_thread::get_id()) {
+            // The worker let go of the last reference; it returns without touching this object.
+            *destroyed_on_worker_ = true;
+            worker_.detach();
+        } else {
+            worker_.join();
+        }
+    }
+}
+
+std::string HitQueueBase::DatabasePathFor(const std::shared_ptr<PlatformServicesInterface>& platform_services,
+                                          const std::shared_ptr<DatabaseHitSchemaBase>& schema) {
+    if (!platform_services) {
+        Log::Error(LOG_TAG, "Cannot create a hit queue: platform services are missing");
+        VELMORA_THROW("platform_services.missing_service", "Cannot function without platform services.");
+    }
+    if (!schema || schema->GetTableName().empty() || schema->GetDatabaseName().empty()) {
+        VELMORA_THROW("hit_queue.invalid_argument", "A hit queue needs a schema with a table and a database name.");
+    }
+    std::shared_ptr<DatabaseServiceInterface> database_service = platform_services->GetDatabaseService();
+    if (!database_service) {
+        Log::Error(LOG_TAG, "Cannot create a hit queue: the database service is missing");
+        VELMORA_THROW("platform_services.missing_service", "Cannot open a hit database without a database service.");
+    }
+    std::string path = database_service->GetDatabasePath(schema->GetDatabaseName());
+    if (path.empty()) {
+        VELMORA_THROW("hit_queue.database_unavailable",
+                      "The database service gave no path for " + schema->GetDatabaseName());
+    }
+    return path;
+}
+
+std::string HitQueueBase::TableNameOf(const std::shared_ptr<DatabaseHitSchemaBase>& schema) {
+    return schema ? schema->GetTableName() : std::string();
+}
+
+std::string HitQueueBase::KeyColumnOf(const std::shared_ptr<DatabaseHitSchemaBase>& schema) {
+    if (!schema) {
+        return std::string();
+    }
+    std::vector<std::string> names = schema->GetColumnNames();
+    std::vector<std::vector<DatabaseInterface::ColumnConstraint>> constraints = schema->GetColumnConstraints();
+    for (size_t i = 0; i < names.size() && i < constraints.size(); ++i) {
+        const auto& list = constraints[i];
+        if (std::find(list.begin(), list.end(), DatabaseInterface::ColumnConstraint::PRIMARY_KEY) != list.end()) {
+            return names[i];
+        }
+    }
+    return std::string();
+}
+
+bool HitQueueBase::InitializeDatabase() {
+    std::vector<DatabaseInterface::ColumnDataType> types = schema_->GetColumnDataTypes();
+    std::vector<std::vector<DatabaseInterface::ColumnConstraint>> constraints = schema_->GetColumnConstraints();
+    if (column_names_.empty() || types.size() != column_names_.size() || constraints.size() > column_names_.size()) {
+        Log::Error(LOG_TAG, "The schema of table %s does not describe its columns consistently", TableName());
+        return false;
+    }
+    std::string sql = "CREATE TABLE IF NOT EXISTS " + QuoteIdentifier(TableName()) + " (";
+    for (size_t i = 0; i < column_names_.size(); ++i) {
+        const char* type = ColumnTypeSql(types[i]);
+        if (type == nullptr) {
+            Log::Error(LOG_TAG, "Column %s of table %s has an unknown type", column_names_[i], TableName());
+            return false;
+        }
+        sql += (i > 0 ? ", " : "") + QuoteIdentifier(column_names_[i]) + " " + type;
+        if (i < constraints.size()) {
+            for (DatabaseInterface::ColumnConstraint constraint : constraints[i]) {
+                const char* text = ConstraintSql(constraint);
+                if (text == nullptr) {
+                    Log::Error(LOG_TAG, "Column %s of table %s has an unknown constraint", column_names_[i],
+                               TableName());
+                    return false;
+                }
+                sql += std::string(" ") + text;
+            }
+        }
+    }
+    sql += ")";
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    return ExecuteLocked(sql);
+}
+
+bool HitQueueBase::Dispose(std::chrono::milliseconds timeout) {
+    std::thread finished;
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        disposed_ = true;
+        online_ = false;
+        condition_.notify_all();
+        if (!worker_started_) {
+            return true;
+        }
+        if (worker_.joinable() && worker_.get_id() == std::this_thread::get_id()) {
+            return false;
+        }
+        if (worker_running_ && timeout.count() > 0) {
+            condition_.wait_for(lock, timeout, [this] { return !worker_running_; });
+        }
+        if (worker_running_) {
+            return false;
+        }
+        finished = std::move(worker_);
+    }
+    // The worker has left its loop; this only collects the thread.
+    if (finished.joinable()) {
+        finished.join();
+    }
+    return true;
+}
+
+void HitQueueBase::BringOnline() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (disposed_) {
+        Log::Debug(LOG_TAG, "Hit queue of table %s is disposed and stays off line", TableName());
+        return;
+    }
+    online_ = true;
+    ++work_version_;
+    if (!worker_started_) {
+        std::weak_ptr<Object> owner = weak_from_this();
+        bool shared_owned = !owner.expired();
+        try {
+            worker_ = std::thread(&HitQueueBase::WorkerMain, this, owner, shared_owned, destroyed_on_worker_);
+            worker_started_ = true;
+            worker_running_ = true;
+        } catch (const std::system_error& error) {
+            Log::Error(LOG_TAG, "Cannot start the worker of table %s: %s", TableName(), std::string(error.what()));
+        }
+    }
+    condition_.notify_all();
+}
+
+void HitQueueBase::Suspend() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (disposed_) {
+        return;
+    }
+    online_ = false;
+    ++suspend_count_;
+    condition_.notify_all();
+}
+
+bool HitQueueBase::UpdateAllHits(const std::map<std::string, std::shared_ptr<Variant>>& values) {
+    if (values.empty()) {
+        return true;
+    }
+    return UpdateRows(values, nullptr);
+}
+
+std::shared_ptr<DatabaseHitBase> HitQueueBase::QueryHit(const std::shared_ptr<Query>& query) {
+    if (!query) {
+        Log::Debug(LOG_TAG, "QueryHit without a query");
+        return nullptr;
+    }
+    std::string sql = "SELECT ";
+    const std::vector<std::string>& columns = query->columns.empty() ? column_names_ : query->columns;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i]);
+    }
+    sql += " FROM " + QuoteIdentifier(query->table.empty() ? TableName() : query->table);
+    if (!query->where.empty()) {
+        sql += " WHERE " + query->where;
+    }
+    sql += " ORDER BY " + (query->order_by.empty() ? std::string("rowid") : query->order_by);
+    if (query->limit >= 0) {
+        sql += " LIMIT " + std::to_string(query->limit);
+    }
+
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    sqlite3_stmt* statement = PrepareLocked(sql);
+    if (statement == nullptr) {
+        return nullptr;
+    }
+    for (size_t i = 0; i < query->where_args.size(); ++i) {
+        if (!BindVariant(statement, static_cast<int>(i + 1), query->where_args[i])) {
+            Log::Error(LOG_TAG, "Cannot bind argument %d of query \"%s\"", static_cast<int>(i + 1), sql);
+            sqlite3_finalize(statement);
+            return nullptr;
+        }
+    }
+    int rc = sqlite3_step(statement);
+    if (rc != SQLITE_ROW) {
+        if (rc != SQLITE_DONE) {
+            LogErrorLocked("run a query");
+        }
+        sqlite3_finalize(statement);
+        return nullptr;
+    }
+    auto result = std::make_shared<SqliteQueryResult>(statement, true);
+    std::shared_ptr<DatabaseHitBase> hit = GenerateHitGuarded(result);
+    result->Finalize();
+    return hit;
+}
+
+bool HitQueueBase::Queue(const std::shared_ptr<DatabaseHitBase>& hit) {
+    if (!hit) {
+        Log::Debug(LOG_TAG, "An empty hit was not queued in table %s", TableName());
+        return false;
+    }
+    std::map<std::string, std::shared_ptr<Variant>> values = DataMapGuarded(hit);
+    if (values.empty()) {
+        Log::Warning(LOG_TAG, "The schema gave no column values for a hit; nothing was queued in table %s",
+                     TableName());
+        return false;
+    }
+    if (!InsertRow(values)) {
+        return false;
+    }
+    NoteNewWork();
+    return true;
+}
+
+std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldestHit() {
+    bool failed = false;
+    return SelectOldest(failed);
+}
+
+bool HitQueueBase::UpdateHit(const std::shared_ptr<DatabaseHitBase>& hit) {
+    if (!hit || hit->identifier.empty()) {
+        Log::Debug(LOG_TAG, "Cannot update a hit without identifier in table %s", TableName());
+        return false;
+    }
+    std::map<std::string, std::shared_ptr<Variant>> values = DataMapGuarded(hit);
+    if (values.empty()) {
+        Log::Warning(LOG_TAG, "The schema gave no column values for hit %s of table %s", hit->identifier, TableName());
+        return false;
+    }
+    return UpdateRows(values, &hit->identifier);
+}
+
+void HitQueueBase::SetRetryWait(std::chrono::milliseconds wait) {
+    RetryWaitMs().store(std::max<int64_t>(0, wait.count()), std::memory_order_relaxed);
+}
+
+std::chrono::milliseconds HitQueueBase::GetRetryWait() {
+    return std::chrono::milliseconds(RetryWaitMs().load(std::memory_order_relaxed));
+}
+
+std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed) {
+    const int rowid_column = static_cast<int>(column_names_.size());
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    for (;;) {
+        sqlite3_stmt* statement = CachedStatementLocked(select_oldest_sql_);
+        if (statement == nullptr) {
+            failed = true;
+            return nullptr;
+        }
+        int rc;
+        while ((rc = sqlite3_step(statement)) == SQLITE_ROW &&
+               unreadable_rows_.count(sqlite3_column_int64(statement, rowid_column)) > 0) {
+        }
+        if (rc != SQLITE_ROW) {
+            if (rc != SQLITE_DONE) {
+                LogErrorLocked("select the oldest row");
+                failed = true;
+            }
+            sqlite3_reset(statement);
+            return nullptr;
+        }
+        int64_t rowid = sqlite3_column_int64(statement, rowid_column);
+        const unsigned char* key_text = sqlite3_column_text(statement, rowid_column + 1);
+        std::string key = key_text != nullptr ? reinterpret_cast<const char*>(key_text) : "";
+
+        auto result = std::make_shared<SqliteQueryResult>(statement, false);
+        std::shared_ptr<DatabaseHitBase> hit = GenerateHitGuarded(result);
+        result->Finalize();
+        if (hit) {
+            // Without an identifier the row could never be deleted and would be sent for ever.
+            if (hit->identifier.empty()) {
+                hit->identifier = key;
+            }
+            return hit;
+        }
+        unreadable_rows_.insert(rowid);
+        Log::Error(LOG_TAG, "Row %s of table %s cannot be read; it is passed over and stays in the file", key,
+                   TableName());
+    }
+}
+
+std::shared_ptr<DatabaseHitBase> HitQueueBase::GenerateHitGuarded(const std::shared_ptr<QueryResultInterface>& result) {
+    try {
+        return schema_->GenerateHitBase(result);
+    } catch (const SdkError& error) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to read a row: %s", TableName(), error);
+    } catch (const std::exception& error) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to read a row: %s", TableName(), std::string(error.what()));
+    } catch (...) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to read a row", TableName());
+    }
+    return nullptr;
+}
+
+std::map<std::string, std::shared_ptr<Variant>> HitQueueBase::DataMapGuarded(
+    const std::shared_ptr<DatabaseHitBase>& hit) {
+    try {
+        return schema_->GenerateDataMapBase(hit);
+    } catch (const SdkError& error) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to map a hit: %s", TableName(), error);
+    } catch (const std::exception& error) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to map a hit: %s", TableName(), std::string(error.what()));
+    } catch (...) {
+        Log::Error(LOG_TAG, "The schema of table %s failed to map a hit", TableName());
+    }
+    return {};
+}
+
+std::vector<std::pair<std::string, std::shared_ptr<Variant>>> HitQueueBase::KnownColumns(
+    const std::map<std::string, std::shared_ptr<Variant>>& values) const {
+    std::vector<std::pair<std::string, std::shared_ptr<Variant>>> known;
+    known.reserve(values.size());
+    for (const auto& entry : values) {
+        if (std::find(column_names_.begin(), column_names_.end(), entry.first) == column_names_.end()) {
+            Log::Warning(LOG_TAG, "Table %s has no column %s; the value is left out", TableName(), entry.first);
+            continue;
+        }
+        known.push_back(entry);
+    }
+    return known;
+}
+
+bool HitQueueBase::InsertRow(const std::map<std::string, std::shared_ptr<Variant>>& values) {
+    auto columns = KnownColumns(values);
+    if (columns.empty()) {
+        return false;
+    }
+    std::string names;
+    std::string placeholders;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        names += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i].first);
+        placeholders += i > 0 ? ", ?" : "?";
+    }
+    std::string sql = "INSERT INTO " + QuoteIdentifier(TableName()) + " (" + names + ") VALUES (" + placeholders + ")";
+
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    sqlite3_stmt* statement = CachedStatementLocked(sql);
+    if (statement == nullptr) {
+        return false;
+    }
+    if (!BindColumnsLocked(statement, columns, "the hit was not queued")) {
+        return false;
+    }
+    return StepToDoneLocked(statement, "insert a row");
+}
+
+bool HitQueueBase::BindColumnsLocked(sqlite3_stmt* statement,
+                                     const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
+                                     const char* consequence) {
+    for (size_t i = 0; i < columns.size(); ++i) {
+        if (!BindVariant(statement, static_cast<int>(i + 1), columns[i].second)) {
+            Log::Warning(LOG_TAG, "Column %s of table %s cannot store the value given; %s", columns[i].first,
+                         TableName(), consequence);
+            sqlite3_reset(statement);
+            sqlite3_clear_bindings(statement);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Variant>>& values,
+                              const std::string* identifier) {
+    auto columns = KnownColumns(values);
+    if (columns.empty()) {
+        return false;
+    }
+    std::string sql = "UPDATE " + QuoteIdentifier(TableName()) + " SET ";
+    for (size_t i = 0; i < columns.size(); ++i) {
+        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i].first) + " = ?";
+    }
+    if (identifier != nullptr) {
+        sql += " WHERE " + KeyExpression() + " = ?";
+    }
+
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    sqlite3_stmt* statement = CachedStatementLocked(sql);
+    if (statement == nullptr) {
+        return false;
+    }
+    if (!BindColumnsLocked(statement, columns, "nothing was updated")) {
+        return false;
+    }
+    if (identifier != nullptr) {
+        sqlite3_bind_text(statement, static_cast<int>(columns.size() + 1), identifier->data(),
+                          static_cast<int>(identifier->size()), SQLITE_TRANSIENT);
+    }
+    bool done = StepToDoneLocked(statement, identifier != nullptr ? "update a row" : "update all rows");
+    if (done) {
+        // Changed rows may have become readable.
+        unreadable_rows_.clear();
+    }
+    return done;
+}
+
+void HitQueueBase::NoteNewWork() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++work_version_;
+    condition_.notify_all();
+}
+
+void HitQueueBase::WorkerMain(std::weak_ptr<Object> owner, bool shared_owned, std::shared_ptr<bool> destroyed) {
+    bool idle = false;
+    uint64_t idle_version = 0;
+    for (;;) {
+        uint64_t version = 0;
+        if (!WaitForWork(idle, idle_version, version)) {
+            break;
+        }
+        std::shared_ptr<Object> keep_alive;
+        if (shared_owned) {
+            keep_alive = owner.lock();
+            if (!keep_alive) {
+                break;  // the destructor runs on another thread and waits for this one
+            }
+        }
+        StepOutcome outcome = StepOutcome::RETRY_LATER;
+        try {
+            outcome = Step();
+        } catch (...) {
+            // Out of memory and the like: the row is still there, so try again later.
+            Log::Error(LOG_TAG, "The worker of table %s failed; it will try again", TableName());
+        }
+        keep_alive.reset();
+        if (*destroyed) {
+            return;
+        }
+        idle = outcome == StepOutcome::TABLE_EMPTY;
+        idle_version = version;
+        if (outcome == StepOutcome::RETRY_LATER) {
+            WaitBeforeRetry();
+        }
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    worker_running_ = false;
+    condition_.notify_all();
+}
+
+bool HitQueueBase::WaitForWork(bool idle, uint64_t idle_version, uint64_t& version) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    condition_.wait(lock, [&] { return disposed_ || (online_ && (!idle || work_version_ != idle_version)); });
+    if (disposed_) {
+        return false;
+    }
+    version = work_version_;
+    return true;
+}
+
+HitQueueBase::StepOutcome HitQueueBase::Step() {
+    bool failed = false;
+    std::shared_ptr<DatabaseHitBase> hit = SelectOldest(failed);
+    if (!hit) {
+        return failed ? StepOutcome::RETRY_LATER : StepOutcome::TABLE_EMPTY;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (disposed_ || !online_) {
+            return StepOutcome::NOT_ONLINE;
+        }
+    }
+    HitProcessResult result = HitProcessResult::RETRY;
+    try {
+        result = processor_->ProcessBase(hit);
+    } catch (const SdkError& error) {
+        Log::Error(LOG_TAG, "Processing hit %s of table %s failed: %s", hit->identifier, TableName(), error);
+    } catch (const std::exception& error) {
+        Log::Error(LOG_TAG, "Processing hit %s of table %s failed: %s", hit->identifier, TableName(),
+                   std::string(error.what()));
+    } catch (...) {
+        Log::Error(LOG_TAG, "Processing hit %s of table %s failed", hit->identifier, TableName());
+    }
+    if (result == HitProcessResult::DONE) {
+        return DeleteHitWithIdentifier(hit->identifier) ? StepOutcome::PROCESSED : StepOutcome::RETRY_LATER;
+    }
+    if (result != HitProcessResult::RETRY) {
+        Log::Warning(LOG_TAG, "Unknown processing result %d for hit %s of table %s; it will be retried",
+                     static_cast<int>(result), hit->identifier, TableName());
+    }
+    Log::Debug(LOG_TAG, "Hit %s of table %s will be retried in %s", hit->identifier, TableName(), GetRetryWait());
+    return StepOutcome::RETRY_LATER;
+}
+
+void HitQueueBase::WaitBeforeRetry() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    uint64_t suspends = suspend_count_;
+    condition_.wait_for(lock, GetRetryWait(), [&] { return disposed_ || !online_ || suspend_count_ != suspends; });
+}
+
+}  // namespace VelmoraMobile

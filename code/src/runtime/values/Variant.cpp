@@ -1,0 +1,146 @@
+#include "runtime/values/Variant.h"
+
+#include <sstream>
+
+#include "runtime/values/StringUtils.h"
+
+namespace VelmoraMobile {
+
+Variant::Variant() = default;
+
+std::shared_ptr<Variant> Variant::FromNull() {
+    static const std::shared_ptr<Variant> null_variant = std::make_shared<Variant>();
+    return null_variant;
+}
+
+std::shared_ptr<Variant> Variant::FromString(const std::string& value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::STRING;
+    v->string_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromInteger(int32_t value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::INTEGER;
+    v->number_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromLong(int64_t value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::LONG;
+    v->number_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromBoolean(bool value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::BOOLEAN;
+    v->number_ = value ? 1 : 0;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromDouble(double value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::DOUBLE;
+    v->double_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromVariantVector(const VariantVector& value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::VECTOR;
+    v->vector_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromVariantMap(const VariantMap& value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::MAP;
+    v->map_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromStringMap(const std::map<std::string, std::string>& value) {
+    VariantMap map;
+    for (const auto& entry : value) {
+        map.emplace(entry.first, FromString(entry.second));
+    }
+    return FromVariantMap(map);
+}
+
+VariantKind Variant::GetKind() const {
+    return kind_;
+}
+
+bool Variant::GetString(std::string& out) const {
+    if (kind_ != VariantKind::STRING) return false;
+    out = string_;
+    return true;
+}
+
+bool Variant::GetInteger(int32_t& out) const {
+    if (kind_ != VariantKind::INTEGER) return false;
+    out = static_cast<int32_t>(number_);
+    return true;
+}
+
+bool Variant::GetLong(int64_t& out) const {
+    if (kind_ != VariantKind::LONG) return false;
+    out = number_;
+    return true;
+}
+
+bool Variant::GetBoolean(bool& out) const {
+    if (kind_ != VariantKind::BOOLEAN) return false;
+    out = number_ != 0;
+    return true;
+}
+
+bool Variant::GetDouble(double& out) const {
+    if (kind_ != VariantKind::DOUBLE) return false;
+    out = double_;
+    return true;
+}
+
+bool Variant::GetVariantVector(VariantVector& out) const {
+    if (kind_ != VariantKind::VECTOR) return false;
+    out = vector_;
+    return true;
+}
+
+bool Variant::GetVariantMap(VariantMap& out) const {
+    if (kind_ != VariantKind::MAP) return false;
+    out = map_;
+    return true;
+}
+
+bool Variant::GetStringMap(std::map<std::string, std::string>& out) const {
+    if (kind_ != VariantKind::MAP) return false;
+    std::map<std::string, std::string> result;
+    for (const auto& entry : map_) {
+        if (!entry.second || !entry.second->GetString(result[entry.first])) {
+            return false;
+        }
+    }
+    out.swap(result);
+    return true;
+}
+
+std::string Variant::ToStringImpl(const ToStringOptions& options) const {
+    std::ostringstream out;
+    switch (kind_) {
+        case VariantKind::NULL_KIND: out << "null"; break;
+        case VariantKind::STRING: out << StringUtils::Quotify(string_); break;
+        case VariantKind::INTEGER:
+        case VariantKind::LONG: out << number_; break;
+        case VariantKind::BOOLEAN: out << (number_ ? "true" : "false"); break;
+        case VariantKind::DOUBLE: out << double_; break;
+        case VariantKind::VECTOR: StringUtils::ToString(out, vector_, options); break;
+        case VariantKind::MAP: StringUtils::ToString(out, map_, options); break;
+    }
+    return out.str();
+}
+
+}  // namespace VelmoraMobile

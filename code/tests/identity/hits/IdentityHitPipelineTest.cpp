@@ -1,0 +1,418 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "identity/hits/IdentityHitDatabase.h"
+#include "identity/hits/IdentityHitQueue.h"
+#include "identity/hits/IdentityObject.h"
+#include "identity/module/Identity.h"
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/services/PlatformServices.h"
+#include "runtime/values/SdkError.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/WaitFor.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::CountIdentityLines;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::MakeConfig;
+using VelmoraTest::TempDir;
+using VelmoraTest::WaitFor;
+using VelmoraTestServer::Fault;
+using VelmoraTestServer::ServerOptions;
+using VelmoraTestServer::TestIdentityServer;
+
+namespace {
+
+using std::chrono::milliseconds;
+
+const std::string ORG = "ORG@VelmoraOrg";
+const std::string DATABASE_FILE = "VLBMobileIdentity.sqlite";
+const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
+
+using Strings = std::vector<std::string>;
+
+/// The hit table as a device keeps it, read straight from the file: URL, PAIR_ID, EVENT_NUMBER, SSL.
+std::vector<Strings> ReadRows(const std::string& path) {
+    std::vector<Strings> rows;
+    sqlite3* db = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_busy_timeout(db, 5000) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, "SELECT URL, PAIR_ID, EVENT_NUMBER, SSL FROM IDENTITY_REQUESTS ORDER BY ID", -1,
+                           &statement, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            rows.emplace_back();
+            for (int column = 0; column < 4; ++column) {
+                const unsigned char* value = sqlite3_column_text(statement, column);
+                rows.back().push_back(value ? reinterpret_cast<const char*>(value) : "");
+            }
+        }
+    } else {
+        ADD_FAILURE() << "cannot read the hit table of " << path;
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    return rows;
+}
+
+/// A fault for the sync path only, so that other requests are answered normally.
+Fault IdFault(const std::function<void(Fault&)>& set) {
+    Fault fault;
+    fault.path = "/id";
+    set(fault);
+    return fault;
+}
+
+/// A module that only records what the processor reports; it is never registered on a hub.
+class RecordingIdentity : public Identity {
+public:
+    struct Call {
+        std::shared_ptr<IdentityObject> object;
+        std::string pair_id;
+    };
+    void NetworkResponseLoaded(const std::shared_ptr<IdentityObject>& object, const std::string& pair_id,
+                               int32_t) override {
+        std::lock_guard<std::mutex> lock(mutex_);
+        calls_.push_back(Call{object, pair_id});
+    }
+    std::vector<Call> Calls() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return calls_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Call> calls_;
+};
+
+/// A parser that fails loudly, as some platforms' parsers do.
+class ThrowingJsonService : public Object, public virtual JsonUtilityServiceInterface {
+public:
+    std::shared_ptr<JsonObject> ParseJson(const std::string&) override {
+        throw SdkError("test.parse_failed", "cannot parse", DebugInfo());
+    }
+};
+
+bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
+    return event->GetName() == UPDATED && event->GetEventSource() == EventSource::RESPONSE_IDENTITY &&
+           event->GetResponsePairID() == pair_id;
+}
+
+size_t CountUpdated(const IdentityHarness& harness, const std::string& pair_id) {
+    const auto events = harness.Events();
+    return std::count_if(events.begin(), events.end(), [&](const auto& e) { return IsUpdated(e, pair_id); });
+}
+
+Strings Params(const TestIdentityServer& server, const std::string& key) {
+    Strings values;
+    for (const auto& request : server.Requests()) {
+        auto found = request.params.find(key);
+        values.push_back(found == request.params.end() ? "?" : found->second);
+    }
+    return values;
+}
+
+/// The pipeline alone: a hit database on a real file over a module that records what comes back.
+class IdentityHitPipelineTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved_retry_wait_ = HitQueueBase::GetRetryWait();
+        HitQueueBase::SetRetryWait(milliseconds(20));
+    }
+    void TearDown() override {
+        Dispose();
+        HitQueueBase::SetRetryWait(saved_retry_wait_);
+    }
+    void Create() {
+        database = IdentityHitDatabase::CreateIdentityDatabase(module, services, nullptr);
+        ASSERT_NE(database, nullptr);
+    }
+    void Dispose() {
+        while (database && !database->Dispose(milliseconds(1000))) {
+        }
+        database.reset();
+    }
+    std::string Url(const std::string& tag) const { return server.BaseUrl() + "/id?d_orgid=ORG&hit=" + tag; }
+    /// Stores a hit; it goes out at once only under "optedin".
+    void QueueHit(const std::string& tag, const std::string& privacy = "optunknown", int32_t number = 1) {
+        auto event = EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+                         .SetPairID("pair-" + tag)
+                         .SetEventNumber(number)
+                         .Build();
+        database->Queue(Url(tag), MakeConfig(ORG, server.Host(), false, privacy), event);
+    }
+    std::vector<Strings> Rows() const { return ReadRows(dir.File(DATABASE_FILE)); }
+    bool WaitForCalls(size_t count) {
+        return WaitFor([&] { return module->Calls().size() >= count; });
+    }
+
+    TestIdentityServer server;
+    TempDir dir;
+    std::shared_ptr<PlatformServices> services = std::make_shared<PlatformServices>(dir.Path());
+    std::shared_ptr<RecordingIdentity> module = std::make_shared<RecordingIdentity>();
+    std::shared_ptr<IdentityHitDatabase> database;
+    milliseconds saved_retry_wait_{0};
+};
+
+std::shared_ptr<EventData> SyncData(const std::string& crm_id) {
+    auto data = std::make_shared<EventData>();
+    data->PutStringMap("visitoridentifiers", {{"crm", crm_id}});
+    data->PutBoolean("issyncevent", true);
+    return data;
+}
+
+}  // namespace
+
+TEST_F(IdentityHitPipelineTest, PrivacyStatesAndARestartDecideWhatHappensToStoredRows) {
+    LogCapture log;
+    Create();
+    QueueHit("a", "optunknown", 41);
+    QueueHit("b", "optunknown", 42);
+    EXPECT_EQ(Rows(), (std::vector<Strings>{{Url("a"), "pair-a", "41", "0"}, {Url("b"), "pair-b", "42", "0"}}));
+
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::UNKNOWN);
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "Privacy opt-unknown: Suspend Identity database"), 1u);
+
+    // A new run on the same file: the events the rows belonged to are gone.
+    Dispose();
+    Create();
+    EXPECT_EQ(Rows(), (std::vector<Strings>{{Url("a"), "", "-1", "0"}, {Url("b"), "", "-1", "0"}}));
+    EXPECT_TRUE(server.Requests().empty());
+
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_OUT);
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
+                                 "Privacy opted-out: Clearing Identity queued hits from database"),
+              1u);
+    EXPECT_TRUE(Rows().empty());
+
+    // Back to opted in, a new hit goes out; the wiped ones never do.
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_IN);
+    QueueHit("c", "optedin");
+    ASSERT_TRUE(WaitForCalls(1));
+    EXPECT_EQ(Params(server, "hit"), (Strings{"c"}));
+}
+
+TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingTheNext) {
+    LogCapture log;
+    Create();
+    struct Case {
+        std::string tag;
+        std::function<void(Fault&)> fault;
+        bool reported_empty;
+    };
+    const std::vector<Case> cases = {
+        // A 503 is retried after the (shortened) wait, before any younger hit.
+        {"busy", [](Fault& f) { f.status = 503; }, false},
+        {"busy", [](Fault&) {}, false},
+        {"gone", [](Fault& f) { f.status = 404; }, true},
+        {"text", [](Fault& f) { f.not_json = true; }, true},
+        {"garbage", [](Fault& f) { f.not_json = true, f.garbage_bytes = 2 * 1024 * 1024; }, true},
+        {"empty", [](Fault& f) { f.body = std::string("{}"); }, true},
+        {"reset", [](Fault& f) { f.drop_connection = true; }, true},
+        // Given up by the client after its connect and read timeouts of 2 s each.
+        {"hang", [](Fault& f) { f.hang = true; }, true},
+        {"ttl", [](Fault& f) { f.ttl = -30; }, false},
+        {"mid", [](Fault& f) { f.non_string_mid = true; }, false},
+        {"error", [](Fault& f) { f.error_msg = "server trouble"; }, false},
+        {"last", [](Fault&) {}, false},
+    };
+    std::vector<Case> hits;  // cases are requests: a retried hit has more than one
+    for (const auto& c : cases) {
+        server.PushFault(IdFault(c.fault));
+        if (hits.empty() || hits.back().tag != c.tag) {
+            QueueHit(c.tag);
+            hits.push_back(c);
+        }
+    }
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_IN);
+
+    ASSERT_TRUE(WaitForCalls(hits.size()));
+    ASSERT_TRUE(WaitFor([&] { return Rows().empty(); }));
+    Strings tags;
+    for (const auto& c : cases) tags.push_back(c.tag);
+    EXPECT_EQ(Params(server, "hit"), tags);
+    auto calls = module->Calls();
+    ASSERT_EQ(calls.size(), hits.size());
+    for (size_t i = 0; i < hits.size(); ++i) {
+        EXPECT_EQ(calls[i].pair_id, "pair-" + hits[i].tag);
+        ASSERT_EQ(calls[i].object == nullptr, hits[i].reported_empty) << hits[i].tag;
+    }
+    // Odd values pass through as they came; the module decides what to keep.
+    EXPECT_EQ(calls[7].object->GetTtl().count(), -30);
+    EXPECT_EQ(calls[8].object->GetMid(), "");
+    EXPECT_EQ(calls[8].object->GetBlob(), "test-blob");
+    EXPECT_EQ(calls[9].object->GetError(), "server trouble");
+    EXPECT_EQ(calls[10].object->GetHint(), "9");
+    EXPECT_EQ(calls[10].object->GetTtl().count(), 1800);
+
+    auto count = [&](const std::string& line) { return CountIdentityLines(log, LoggingMode::DEBUG_LOG, line); };
+    EXPECT_EQ(count("Recoverable network error while processing Identity requests.  Will retry in 30 seconds."), 1u);
+    EXPECT_EQ(count("Un-recoverable network error while processing Identity requests.  Discarding request."), 1u);
+    EXPECT_EQ(count("json object created is null. cannot parse identity network response."), 2u);
+    EXPECT_EQ(count("json object created is null or empty. cannot parse identity network response."), 1u);
+    EXPECT_EQ(count("something went wrong in ids sync network call. Cannot save data."), 2u);
+}
+
+TEST_F(IdentityHitPipelineTest, AThrowingParserReportsTwiceAndAMissingOneOnce) {
+    LogCapture log;
+    services->SetJsonUtilityService(std::make_shared<ThrowingJsonService>());
+    Create();
+    server.PushFault(IdFault([](Fault& f) { f.body = std::string("not json at all"); }));
+    QueueHit("a", "optedin");
+    ASSERT_TRUE(WaitForCalls(2));
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
+                                 "json object created is null. cannot parse identity network response:\n"
+                                 "not json at all\nError - test.parse_failed cannot parse"),
+              1u);
+
+    Dispose();
+    services->SetJsonUtilityService(nullptr);
+    Create();
+    QueueHit("b", "optedin");
+    ASSERT_TRUE(WaitForCalls(3));
+    auto calls = module->Calls();
+    for (const auto& call : calls) EXPECT_EQ(call.object, nullptr);
+    EXPECT_EQ((Strings{calls[0].pair_id, calls[1].pair_id, calls[2].pair_id}), (Strings{"pair-a", "pair-a", "pair-b"}));
+    EXPECT_EQ(
+        CountIdentityLines(log, LoggingMode::DEBUG_LOG, "json utility service is null. cannot parse data. return"), 1u);
+}
+
+// ---- The whole road: module, hub, queue, HTTP(S) server, data store ----
+
+TEST(IdentityHitPipelineEndToEndTest, BootSyncsOverTlsAndTheAnswerReachesStateStoreAndCaller) {
+    ServerOptions options;
+    options.tls = true;
+    TestIdentityServer server(options);
+    // The network service reads the CA file when the platform services make it.
+    VelmoraTest::ScopedEnvironment ca_file("VELMORA_CA_FILE", server.CaFile());
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    harness.ConfigureVariants({{"ondaraCloud.org", Variant::FromString(ORG)},
+                               {"ondaraCloud.server", Variant::FromString(server.Host())},
+                               {"global.ssl", Variant::FromBoolean(true)},
+                               {"global.privacy", Variant::FromString("optedin")}});
+    harness.Boot();
+    auto booted = harness.WaitForEvent([](const auto& e) {
+        return e->GetEventType() == EventType::HUB && e->GetEventSource() == EventSource::BOOTED;
+    });
+    ASSERT_NE(booted, nullptr);
+
+    // The boot's forced sync carries a fresh MID of 38 digits; the state at the boot holds it.
+    ASSERT_NE(harness.WaitForEvent([](const auto& e) { return IsUpdated(e, ""); }), nullptr);
+    ASSERT_EQ(server.Requests().size(), 1u);
+    const std::string mid = server.Requests()[0].params.at("d_mid");
+    EXPECT_EQ(mid.size(), 38u);
+    EXPECT_TRUE(std::all_of(mid.begin(), mid.end(), [](unsigned char c) { return std::isdigit(c); })) << mid;
+    EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), ORG);
+    ASSERT_NE(harness.IdentityState(booted), nullptr);
+    EXPECT_EQ(harness.IdentityState(booted)->OptString("mid", ""), mid);
+
+    // A sync with a pair id is answered to everybody and once more to its caller.
+    auto request = harness.DispatchIdentityRequest(SyncData("user-1"));
+    auto paired = harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, request->GetResponsePairID()); });
+    ASSERT_NE(paired, nullptr);
+    VelmoraTest::Settle(harness);
+    EXPECT_EQ(CountUpdated(harness, ""), 2u);
+    EXPECT_EQ(CountUpdated(harness, request->GetResponsePairID()), 1u);
+    EXPECT_EQ(paired->GetData()->OptString("blob", ""), "test-blob");
+    EXPECT_EQ(paired->GetData()->OptString("locationhint", ""), "9");
+    EXPECT_EQ(Params(server, "d_mid"), (Strings{mid, mid}));
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->ttl.count(), 1800); });
+    auto store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "test-blob");
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_HINT", ""), "9");
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
+    EXPECT_TRUE(WaitFor([&] { return ReadRows(harness.DataDir() + "/" + DATABASE_FILE).empty(); }));
+}
+
+TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWithTheSameMid) {
+    TestIdentityServer server;
+    TempDir dir;
+    const std::string file = dir.File(DATABASE_FILE);
+    std::string mid, pair_id;
+    {
+        // An unknown privacy status keeps the syncs in the table, unsent.
+        IdentityHarness harness(dir.Path());
+        auto identity = harness.RegisterIdentity();
+        VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                         {{"ondaraCloud.org", ORG}, {"global.privacy", "optunknown"}});
+        harness.Boot();
+        pair_id = harness.DispatchIdentityRequest(SyncData("user-1"))->GetResponsePairID();
+        ASSERT_TRUE(WaitFor([&] { return ReadRows(file).size() == 2u; }));
+        EXPECT_EQ(ReadRows(file)[1][1], pair_id);
+        harness.RunInIdentityQueue([&] { mid = identity->mid; });
+        // Returns once the "unregistration" task has disposed of the queue.
+        ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
+        EXPECT_EQ(identity->hit_database, nullptr);
+    }
+    ASSERT_EQ(ReadRows(file).size(), 2u);
+    ASSERT_TRUE(server.Requests().empty());
+
+    IdentityHarness harness(dir.Path());
+    auto identity = harness.RegisterIdentity();
+    // The stored "optunknown" holds the rows until this run opts in; the boot syncs once more.
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}, {"global.privacy", "optedin"}});
+    harness.Boot();
+    ASSERT_TRUE(server.WaitForRequests(3, milliseconds(20000)));
+    EXPECT_EQ(Params(server, "d_mid"), (Strings{mid, mid, mid}));
+    EXPECT_TRUE(WaitFor([&] { return ReadRows(file).empty(); }));
+    ASSERT_TRUE(WaitFor([&] { return CountUpdated(harness, "") == 3u; }));
+    VelmoraTest::Settle(harness);
+    // The old row lost its pair id: its caller is gone.
+    EXPECT_EQ(CountUpdated(harness, pair_id), 0u);
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->mid, mid); });
+}
+
+TEST(IdentityHitPipelineEndToEndTest, AGlobalOptOutAnswerEndsInTheFullWipe) {
+    LogCapture log;
+    TestIdentityServer server;
+    server.PushFault(IdFault([](Fault& f) { f.optout = {"global"}; }));
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}, {"global.privacy", "optedin"}});
+    harness.Boot();
+
+    auto update = harness.WaitForEvent([](const auto& e) {
+        return e->GetEventType() == EventType::CONFIGURATION && e->GetEventSource() == EventSource::REQUEST_CONTENT;
+    });
+    ASSERT_NE(update, nullptr);
+    EXPECT_EQ(update->GetName(), "Configuration Update From Identity Module");
+    Variant::VariantMap values;
+    std::string privacy;
+    ASSERT_TRUE(update->GetData()->GetVariantMap("config.update", values));
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_TRUE(values.at("global.privacy")->GetString(privacy));
+    EXPECT_EQ(privacy, "optedout");
+    EXPECT_EQ(
+        CountIdentityLines(log, LoggingMode::DEBUG_LOG, "ID Service - Got Global Opt Out Response, forcing opt out."),
+        1u);
+
+    // The configuration answers with the opt-out, which the module then applies.
+    EXPECT_TRUE(WaitFor([&] {
+        bool wiped = false;
+        harness.RunInIdentityQueue([&] {
+            wiped = identity->privacy_status == MobilePrivacyStatus::OPT_OUT && identity->mid.empty() &&
+                    identity->blob.empty();
+        });
+        return wiped;
+    }));
+    auto store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID"));
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
+}

@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/hits/IdentityObject.h"
+#include "identity/module/Identity.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::CountIdentityLines;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+std::shared_ptr<IdentityObject> Answer(const std::string& mid, const std::string& blob, const std::string& error = "") {
+    auto answer = std::make_shared<IdentityObject>();
+    answer->SetMid(mid);
+    answer->SetBlob(blob);
+    answer->SetHint(blob.empty() ? "" : "7");
+    answer->SetTtl(std::chrono::seconds(blob.empty() ? 600 : 1800));
+    answer->SetError(error);
+    return answer;
+}
+
+/// A registered module, never booted, so no sync of its own interferes, with a known state.
+class IdentityResponseApplicationTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        identity = harness.RegisterIdentity();
+        harness.RunInIdentityQueue([&] {
+            identity->mid = "device-mid";
+            identity->blob = "old-blob";
+            identity->location_hint = "3";
+            identity->ttl = std::chrono::seconds(100);
+        });
+        store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+    }
+
+    /// Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
+    Strings Apply(const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
+        const size_t before = harness.Events().size();
+        harness.RunInIdentityQueue([&] { identity->NetworkResponseLoaded(answer, pair_id, 17); });
+        VelmoraTest::Settle(harness);
+        Strings pair_ids;
+        auto events = harness.Events();
+        for (size_t i = before; i < events.size(); ++i) {
+            if (events[i]->GetName() != "UPDATED_IDENTITY_RESPONSE") continue;
+            pair_ids.push_back(events[i]->GetResponsePairID());
+            last = events[i];
+        }
+        return pair_ids;
+    }
+
+    /// mid, blob, hint and ttl, read on the module's queue.
+    Strings Fields() {
+        Strings fields;
+        harness.RunInIdentityQueue([&] {
+            fields = {identity->mid, identity->blob, identity->location_hint, std::to_string(identity->ttl.count())};
+        });
+        return fields;
+    }
+
+    VelmoraTest::IdentityHarness harness;
+    std::shared_ptr<Identity> identity;
+    std::shared_ptr<DataStoreInterface> store;
+    std::shared_ptr<Event> last;  // the newest UPDATED event
+};
+
+}  // namespace
+
+TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMid) {
+    VelmoraTest::LogCapture log;
+    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), ""), Strings{""});
+    EXPECT_EQ(Fields(), (Strings{"device-mid", "new-blob", "7", "1800"}));
+    EXPECT_EQ(last->GetData()->OptString("blob", ""), "new-blob");
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
+                                 "ID Service - Got ID Response (mid: device-mid, blob: new-blob, hint: 7, ttl: 1800)"),
+              1u);
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "new-blob");
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
+
+    // Missing blob and hint clear what the device had.
+    Apply(Answer("server-mid", ""), "");
+    EXPECT_EQ(Fields(), (Strings{"device-mid", "", "", "600"}));
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
+}
+
+TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {
+    VelmoraTest::LogCapture log;
+    const Strings kept{"device-mid", "old-blob", "3", "100"};
+    EXPECT_EQ(Apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");
+    // Saved all the same.
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "old-blob");
+
+    EXPECT_EQ(Apply(Answer("", "blob-without-mid"), "pair-2"), (Strings{"", "pair-2"}));
+    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), ""), Strings{""});
+    EXPECT_EQ(Fields(), kept);
+    EXPECT_FALSE(log.ContainsFragment("ID Service - Got ID Response"));
+
+    // An error while the device has no MID yet makes one, and only that.
+    harness.RunInIdentityQueue([&] { identity->mid.clear(); });
+    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), "pair-3"), (Strings{"", "pair-3"}));
+    auto fields = Fields();
+    EXPECT_EQ(fields[0].size(), 38u);
+    EXPECT_EQ((Strings{fields[1], fields[2], fields[3]}), (Strings{"old-blob", "3", "100"}));
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID", ""), fields[0]);
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), fields[0]);
+
+    // An opted-out module keeps and saves nothing, yet still answers.
+    harness.RunInIdentityQueue([&] { identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
+    store->Remove("VELMORAMOBILE_PERSISTED_MID_BLOB");
+    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
+    EXPECT_EQ(Fields()[1], "old-blob");
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
+}

@@ -1,0 +1,235 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "identity/ids/VisitorId.h"
+#include "identity/module/Identity.h"
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/bus/EventData.h"
+#include "runtime/bus/EventSource.h"
+#include "runtime/bus/EventType.h"
+#include "runtime/services/helpers/TimeUtils.h"
+#include "runtime/values/Variant.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::CountIdentityLines;
+using VelmoraTest::CryptoWithUuid;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::MakeConfig;
+
+namespace {
+
+using StringMap = std::map<std::string, std::string>;
+using Config = std::shared_ptr<ConfigurationSharedStateIdentity>;
+
+const std::string ORG = "1234ABCD5678EFGH";
+// What the fixed UUID source below turns into.
+const uint8_t UUID_BYTES[16] = {0, 0, 0, 0, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+const std::string FIXED_MID = "00000000000000000010000000000000000001";
+const std::string NOTHING_NEW = "Ignoring ID sync because nothing new to sync after the last sync.";
+const std::string CANNOT_SYNC = "Ignoring ID Sync due to privacy status opt out OR missing OrgID.";
+
+class IdentitySyncTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        harness.RegisterIdentity();
+        harness.services->SetCryptoService(CryptoWithUuid(UUID_BYTES));
+    }
+
+    static std::shared_ptr<EventData> SyncData(const StringMap& identifiers = {}, int32_t state = 0,
+                                               const std::string& push = "-") {
+        auto data = std::make_shared<EventData>();
+        data->PutBoolean("issyncevent", true);
+        if (!identifiers.empty()) data->PutStringMap("visitoridentifiers", identifiers);
+        data->PutInteger("authenticationstate", state);
+        if (push != "-") data->PutString("pushidentifier", push);
+        return data;
+    }
+
+    // A sync request as the queue hands it over, numbered after every state made so far.
+    std::shared_ptr<Event> SyncEvent(const StringMap& identifiers = {}, int32_t state = 0) {
+        return EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+            .SetData(SyncData(identifiers, state))
+            .SetEventNumber(next_event_number++)
+            .Build();
+    }
+
+    bool Sync(const std::shared_ptr<Event>& event, const Config& config) {
+        bool result = false;
+        harness.RunInIdentityQueue([&] { result = harness.identity->HandleSyncIdentifiers(event, config); });
+        return result;
+    }
+
+    // ShouldSync with the last sync `seconds_ago`; retried until the clock did not tick meanwhile.
+    bool ShouldSyncAfter(int64_t seconds_ago, const StringMap& identifiers, const StringMap& dpids, bool force,
+                         const Config& config) {
+        bool result = false;
+        for (bool steady = false; !steady;) {
+            harness.RunInIdentityQueue([&] {
+                int64_t before = TimeUtils::GetUnixTimeInSeconds();
+                harness.identity->last_sync = std::chrono::seconds(before - seconds_ago);
+                result = harness.identity->ShouldSync(identifiers, dpids, force, config);
+                steady = before == TimeUtils::GetUnixTimeInSeconds();
+            });
+        }
+        return result;
+    }
+
+    void InQueue(const std::function<void(Identity&)>& work) {
+        harness.RunInIdentityQueue([&] { work(*harness.identity); });
+    }
+
+    size_t DebugLines(const LogCapture& capture, const std::string& message) {
+        return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
+    }
+    IdentityHarness harness;
+    int32_t next_event_number = 100;
+};
+
+}  // namespace
+
+TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMidIsMade) {
+    auto config = MakeConfig(ORG);
+    InQueue([](Identity& identity) {
+        identity.mid = "m";
+        identity.ttl = std::chrono::seconds(600);
+    });
+    EXPECT_FALSE(ShouldSyncAfter(600, {}, {}, false, config));
+    EXPECT_TRUE(ShouldSyncAfter(601, {}, {}, false, config));
+    EXPECT_TRUE(ShouldSyncAfter(0, {{"crm", "abc"}}, {}, false, config));
+    EXPECT_TRUE(ShouldSyncAfter(0, {}, {{"20920", ""}}, false, config));
+    EXPECT_TRUE(ShouldSyncAfter(0, {}, {}, true, config));
+    InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "m"); });
+
+    // A missing MID is made even when the configuration may not sync.
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    InQueue([](Identity& identity) { identity.mid.clear(); });
+    EXPECT_FALSE(ShouldSyncAfter(0, {}, {}, false, MakeConfig("")));
+    EXPECT_EQ(DebugLines(capture, CANNOT_SYNC), 1u);
+    InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, FIXED_MID); });
+}
+
+TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
+    StringMap result;
+    auto extract = [&](const std::string& ad_id, const StringMap& identifiers, bool ad_id_enabled) {
+        auto data = SyncData(identifiers);
+        data->PutString("advertisingidentifier", ad_id);
+        auto config = MakeConfig(ORG, "identity.example", true, "optedin", ad_id_enabled);
+        InQueue([&](Identity& identity) { result = identity.ExtractIdentifiers(data, config); });
+    };
+    // A new id replaces the request's own entry of that type; the same id again adds nothing.
+    extract("NEW", {{"crm", "abc"}, {"DSID_20915", "from-map"}}, true);
+    EXPECT_EQ(result, (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
+    extract("NEW", {{"crm", "abc"}}, true);
+    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    // Disabled: the stored id is cleared and the new one never reaches the map.
+    extract("OTHER", {{"crm", "abc"}}, false);
+    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    InQueue([](Identity& identity) { EXPECT_EQ(identity.advertising_identifier, ""); });
+
+    // The push token always goes out as a data provider id, even unchanged or empty.
+    for (const std::string token : {"token", "token", ""}) {
+        InQueue([&](Identity& identity) { result = identity.ExtractDpid(SyncData({}, 0, token)); });
+        EXPECT_EQ(result, (StringMap{{"20920", token}}));
+    }
+}
+
+TEST_F(IdentitySyncTest, RequestsThatMayNotSyncLeaveNoTrace) {
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    // Opted out: dropped untouched.
+    auto event = SyncEvent({{"crm", "abc"}}, 1);
+    EXPECT_TRUE(Sync(event, MakeConfig(ORG, "identity.example", true, "optedout")));
+    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out."), 1u);
+    EXPECT_EQ(harness.IdentityState(event), nullptr);
+
+    // No org id anywhere: the event waits, silently.
+    capture.Clear();
+    InQueue([](Identity& identity) { identity.latest_valid_config = nullptr; });
+    event = SyncEvent({{"crm", "abc"}});
+    EXPECT_FALSE(Sync(event, MakeConfig("")));
+    EXPECT_FALSE(capture.ContainsFragment("Ignoring ID"));
+
+    // An opted-out latest configuration has its own message.
+    InQueue([](Identity& identity) {
+        identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
+    });
+    EXPECT_TRUE(Sync(event, MakeConfig("")));
+    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
+    EXPECT_EQ(harness.IdentityState(event), nullptr);
+    InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
+}
+
+TEST_F(IdentitySyncTest, NothingNewInsideTheTimeToLiveIsSkippedAndAfterItGoesOut) {
+    VelmoraTestServer::TestIdentityServer server;
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    int64_t now = TimeUtils::GetUnixTimeInSeconds();
+    InQueue([&](Identity& identity) {
+        identity.latest_valid_config = MakeConfig("LATESTORG", server.Host(), false);
+        identity.mid = "m1";
+        identity.blob.clear();
+        identity.location_hint.clear();
+        identity.ttl = std::chrono::seconds(600);
+        identity.last_sync = std::chrono::seconds(now);
+    });
+    auto skipped = SyncEvent();
+    EXPECT_TRUE(Sync(skipped, MakeConfig("", "elsewhere.example")));
+    EXPECT_EQ(DebugLines(capture, NOTHING_NEW), 1u);
+    EXPECT_EQ(harness.IdentityState(skipped), nullptr);
+
+    int64_t earlier = now - 601;
+    InQueue([&](Identity& identity) { identity.last_sync = std::chrono::seconds(earlier); });
+    auto event = SyncEvent();
+    // The event's own configuration has no org id: the latest valid one is used.
+    EXPECT_TRUE(Sync(event, MakeConfig("", "elsewhere.example")));
+    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
+    EXPECT_EQ(server.Requests()[0].path, "/id");
+    EXPECT_EQ(server.Requests()[0].query, "d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1");
+    InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), now); });
+    // The state of this sync still carries the previous time.
+    auto state = harness.IdentityState(event);
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->OptLong("lastsync", -1), earlier);
+}
+
+TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedAtItsOwnNumber) {
+    VelmoraTestServer::TestIdentityServer server;
+    harness.ConfigureVariants({{"ondaraCloud.org", Variant::FromString(ORG)},
+                               {"ondaraCloud.server", Variant::FromString(server.Host())},
+                               {"global.ssl", Variant::FromBoolean(false)}});
+    harness.Boot();
+
+    auto event = harness.DispatchIdentityRequest(SyncData({{"crm", "abc"}}, 1, "token"), "sync request");
+
+    std::shared_ptr<EventData> state;
+    ASSERT_TRUE(VelmoraTest::WaitFor([&] {
+        state = harness.IdentityState(event);
+        return state && state->ContainsKey("visitoridslist");
+    }));
+    EXPECT_EQ(state->OptString("mid", ""), FIXED_MID);
+    EXPECT_EQ(state->GetTypedVector<VisitorId>("visitoridslist").Value().size(), 1u);
+
+    // The forced sync of the boot published just before it, without customer ids.
+    auto before = EventBuilder("before", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+                      .SetEventNumber(event->GetEventNumber() - 1)
+                      .Build();
+    auto boot_state = harness.IdentityState(before);
+    ASSERT_NE(boot_state, nullptr);
+    EXPECT_FALSE(boot_state->ContainsKey("visitoridslist"));
+
+    // Both syncs reach the server, the forced one first.
+    ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));
+    auto requests = server.Requests();
+    const std::string prefix = "d_rtbd=json&d_ver=2&d_orgid=" + ORG + "&d_mid=" + FIXED_MID;
+    EXPECT_EQ(requests[0].query, prefix);
+    EXPECT_EQ(requests[1].query.rfind(prefix, 0), 0u);
+    EXPECT_NE(requests[1].query.find("&d_cid_ic=crm%01abc%011&d_cid=20920%01token"), std::string::npos);
+}

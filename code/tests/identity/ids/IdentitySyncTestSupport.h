@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "identity/module/ConfigurationSharedStateIdentity.h"
+#include "runtime/bus/EventData.h"
+#include "runtime/services/CryptoServiceInterface.h"
+#include "runtime/services/UuidInterface.h"
+#include "runtime/values/Object.h"
+#include "runtime/values/Variant.h"
+#include "tests/support/LogCapture.h"
+
+// Small helpers shared by the sync, MID, URL and customer-id tests. Header only.
+namespace VelmoraTest {
+
+/// Gives the same 16 bytes at every call.
+class FixedUuid : public VelmoraMobile::Object, public virtual VelmoraMobile::UuidInterface {
+public:
+    explicit FixedUuid(const uint8_t (&bytes)[16]) { std::memcpy(bytes_, bytes, sizeof(bytes_)); }
+    void GenerateUuid(uint8_t (&out)[16]) override { std::memcpy(out, bytes_, sizeof(bytes_)); }
+
+private:
+    uint8_t bytes_[16];
+};
+
+/// A crypto service whose UUID interface is the one given (null: none).
+class FakeCryptoService : public VelmoraMobile::Object, public virtual VelmoraMobile::CryptoServiceInterface {
+public:
+    explicit FakeCryptoService(std::shared_ptr<VelmoraMobile::UuidInterface> uuid) : uuid_(std::move(uuid)) {}
+    std::shared_ptr<VelmoraMobile::UuidInterface> GetUuidInterface() override { return uuid_; }
+    std::string GetDigest(const std::string& input) override { return input; }
+
+private:
+    std::shared_ptr<VelmoraMobile::UuidInterface> uuid_;
+};
+
+inline std::shared_ptr<FakeCryptoService> CryptoWithUuid(const uint8_t (&bytes)[16]) {
+    return std::make_shared<FakeCryptoService>(std::make_shared<FixedUuid>(bytes));
+}
+
+/// A configuration view as the event queue would build it from a configuration state.
+inline std::shared_ptr<VelmoraMobile::ConfigurationSharedStateIdentity> MakeConfig(
+    const std::string& org_id, const std::string& server = "identity.example", bool ssl = true,
+    const std::string& privacy = "optedin", bool ad_id_enabled = false) {
+    auto data = std::make_shared<VelmoraMobile::EventData>();
+    if (!org_id.empty()) data->PutString("ondaraCloud.org", org_id);
+    data->PutString("ondaraCloud.server", server);
+    data->PutBoolean("global.ssl", ssl);
+    data->PutString("global.privacy", privacy);
+    data->PutBoolean("identity.adidEnabled", ad_id_enabled);
+    return std::make_shared<VelmoraMobile::ConfigurationSharedStateIdentity>(data);
+}
+
+/// How many lines of the identity module's tag have exactly this level and text.
+inline size_t CountIdentityLines(const LogCapture& capture, VelmoraMobile::LoggingMode mode,
+                                 const std::string& message) {
+    size_t count = 0;
+    for (const auto& line : capture.Lines()) {
+        if (line.tag == "com.velmora.module.identity" && line.mode == mode && line.message == message) ++count;
+    }
+    return count;
+}
+
+/// Lines of the identity module's tag, any level.
+inline size_t CountIdentityLines(const LogCapture& capture) {
+    size_t count = 0;
+    for (const auto& line : capture.Lines()) count += line.tag == "com.velmora.module.identity";
+    return count;
+}
+
+}  // namespace VelmoraTest

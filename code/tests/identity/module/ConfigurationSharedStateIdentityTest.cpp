@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "identity/module/ConfigurationSharedStateIdentity.h"
+#include "runtime/bus/EventData.h"
+#include "tests/support/LogCapture.h"
+
+using namespace VelmoraMobile;
+
+namespace {
+
+std::shared_ptr<EventData> Config(const std::map<std::string, std::string>& values) {
+    auto data = std::make_shared<EventData>();
+    for (const auto& entry : values) data->PutString(entry.first, entry.second);
+    return data;
+}
+
+}  // namespace
+
+TEST(ConfigurationSharedStateIdentityTest, MissingConfigurationGivesDefaultsAndOnlyNullSaysSo) {
+    VelmoraTest::LogCapture log;
+    for (const auto& data : {std::shared_ptr<EventData>(), std::make_shared<EventData>()}) {
+        ConfigurationSharedStateIdentity view(data);
+        EXPECT_EQ(view.GetOrgId(), "");
+        EXPECT_TRUE(view.GetSSLStatus());
+        EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::OPT_IN);
+        EXPECT_EQ(view.GetOndaraCloudServer(), "id.velmora.net");
+        EXPECT_FALSE(view.GetAdIdEnabledStatus());
+        EXPECT_FALSE(view.CanSyncIdentifiersWithCurrentConfiguration());
+    }
+    ASSERT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
+    EXPECT_EQ(log.Lines()[0].mode, LoggingMode::VERBOSE_LOG);
+}
+
+TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedValues) {
+    auto data = Config({{"ondaraCloud.org", "ORG@VelmoraOrg"},
+                        {"global.privacy", "optunknown"},
+                        {"ondaraCloud.server", "ids.example.test"}});
+    data->PutBoolean("global.ssl", false);
+    data->PutBoolean("identity.adidEnabled", true);
+    ConfigurationSharedStateIdentity view(data);
+    data->PutString("ondaraCloud.org", "OTHER");  // later changes do not reach the view
+    EXPECT_EQ(view.GetOrgId(), "ORG@VelmoraOrg");
+    EXPECT_FALSE(view.GetSSLStatus());
+    EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::UNKNOWN);
+    EXPECT_EQ(view.GetOndaraCloudServer(), "ids.example.test");
+    EXPECT_TRUE(view.GetAdIdEnabledStatus());
+
+    auto ill_typed = Config({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
+    ill_typed->PutInteger("ondaraCloud.org", 42);
+    ConfigurationSharedStateIdentity fallback(ill_typed);
+    EXPECT_TRUE(fallback.GetSSLStatus());
+    EXPECT_FALSE(fallback.GetAdIdEnabledStatus());
+    EXPECT_EQ(fallback.GetOrgId(), "");
+    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");  // an empty server is kept as given
+}
+
+TEST(ConfigurationSharedStateIdentityTest, OnlyOptOutAndMissingOrgForbidSyncing) {
+    using Values = std::map<std::string, std::string>;
+    for (const auto& [values, can_sync] :
+         {std::make_pair(Values{{"ondaraCloud.org", "ORG"}}, true),
+          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}}, true),
+          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}, false),
+          std::make_pair(Values{{"ondaraCloud.org", ""}, {"global.privacy", "optedin"}}, false)}) {
+        EXPECT_EQ(ConfigurationSharedStateIdentity(Config(values)).CanSyncIdentifiersWithCurrentConfiguration(),
+                  can_sync);
+    }
+}

@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/ids/VisitorId.h"
+#include "identity/ids/VisitorIdSerializer.h"
+#include "runtime/bus/EventBuilder.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::MakeData;
+using VelmoraTest::ResponsesTo;
+using VelmoraTest::Settle;
+
+namespace {
+
+const std::string ORG = "ORG@VelmoraOrg";
+const std::string PENDING_MESSAGE = "Config not available at the time to process identity event.";
+
+std::shared_ptr<EventData> SyncData() {
+    auto data = std::make_shared<EventData>();
+    data->PutBoolean("issyncevent", true);
+    return data;
+}
+
+std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
+    return EventBuilder("test request", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetData(data).Build();
+}
+
+}  // namespace
+
+TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndThePairId) {
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    harness.Configure({{"ondaraCloud.org", ORG}});
+    harness.RunInIdentityQueue([&] {
+        identity->push_identifier = "PUSH";
+        identity->customer_ids = {
+            std::make_shared<VisitorId>("d_cid_ic", "crm", "c-1", VisitorIdAuthenticationState::AUTHENTICATED)};
+    });
+    auto request = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
+    auto response = harness.WaitForResponse(request->GetResponsePairID());
+    ASSERT_NE(response, nullptr);
+    EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
+    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()),
+              (std::vector<std::string>{"lastsync", "pushidentifier", "visitoridslist"}));
+    auto ids = response->GetData()->GetTypedVector<VisitorId>("visitoridslist");
+    ASSERT_TRUE(ids.HasValue());
+    EXPECT_EQ(ids.Value().at(0)->id, "c-1");
+    EXPECT_EQ(harness.IdentityState(), nullptr);  // a request for identifiers publishes nothing
+
+    // An empty list is left out rather than sent empty.
+    harness.RunInIdentityQueue([&] { identity->customer_ids.clear(); });
+    auto again = harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID());
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(VelmoraTest::KeysOf(again->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
+}
+
+TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnData) {
+    LogCapture log;
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    auto first = harness.DispatchIdentityRequest(MakeData());
+    auto second = harness.DispatchIdentityRequest(MakeData());
+    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
+    Settle(harness);
+    EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->event_queue.size(), 2u); });
+
+    harness.Configure({{"global.privacy", "optedin"}});
+    auto first_response = harness.WaitForResponse(first->GetResponsePairID());
+    auto second_response = harness.WaitForResponse(second->GetResponsePairID());
+    ASSERT_NE(first_response, nullptr);
+    ASSERT_NE(second_response, nullptr);
+    // A blank device's record holds "lastsync" alone, at 0.
+    EXPECT_EQ(VelmoraTest::KeysOf(first_response->GetData()), std::vector<std::string>{"lastsync"});
+    EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);
+    EXPECT_NE(first_response->GetData(), second_response->GetData());
+    first_response->GetData()->PutString("mid", "written by one receiver");
+    EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
+}
+
+TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
+    LogCapture log;
+    VelmoraTestServer::TestIdentityServer server;
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"global.privacy", "optedin"}});
+
+    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
+    auto request = harness.DispatchIdentityRequest(MakeData());
+    Settle(harness);
+    EXPECT_TRUE(log.Contains(
+        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
+        "is obtained."));
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
+    harness.RunInIdentityQueue([&] {
+        ASSERT_EQ(identity->event_queue.size(), 2u);
+        EXPECT_EQ(identity->event_queue.front(), sync);
+    });
+
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
+    auto response = harness.WaitForResponse(request->GetResponsePairID());
+    ASSERT_NE(response, nullptr);
+    // The sync ran first: it made the MID the answer carries, and published at its own number.
+    auto state = harness.IdentityState(sync);
+    ASSERT_NE(state, nullptr);
+    EXPECT_FALSE(state->OptString("mid", "").empty());
+    EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
+}
+
+TEST(IdentityEventQueueTest, EventsAreRoutedByTheirFlagsInTheirOrder) {
+    IdentityHarness harness;
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    harness.Configure({{"ondaraCloud.org", ORG}});
+
+    // GENERIC_IDENTITY is a sync without any flag.
+    auto generic = EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT)
+                       .SetData(MakeData({{"any", "thing"}}))
+                       .Build();
+    harness.hub->Dispatch(generic);
+    // The sync flag beats "vid"; a false flag makes a request for identifiers.
+    auto flagged_data = SyncData();
+    flagged_data->PutString("vid", "user");
+    auto flagged = harness.DispatchIdentityRequest(flagged_data);
+    auto unflagged_data = MakeData();
+    unflagged_data->PutBoolean("issyncevent", false);
+    auto unflagged = harness.DispatchIdentityRequest(unflagged_data);
+
+    ASSERT_NE(harness.WaitForResponse(unflagged->GetResponsePairID()), nullptr);
+    harness.RunInIdentityQueue([&] {
+        ASSERT_EQ(module->syncs.size(), 2u);
+        EXPECT_EQ(module->syncs[0].event, generic);
+        EXPECT_EQ(module->syncs[0].org_id, ORG);
+        EXPECT_EQ(module->syncs[1].event, flagged);
+        EXPECT_EQ(module->user_identifier, "");
+    });
+}
+
+TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    harness.Configure({{"ondaraCloud.org", ORG}});
+    harness.RunInIdentityQueue([&] { identity->user_identifier = "old-user"; });
+
+    auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
+    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return harness.IdentityState(request) != nullptr; }));
+    Settle(harness);
+    auto state = harness.IdentityState(request);
+    EXPECT_FALSE(state->ContainsKey("vid"));
+    EXPECT_TRUE(state->ContainsKey("lastsync"));
+    auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
+                           .SetEventNumber(request->GetEventNumber() - 1)
+                           .Build();
+    EXPECT_EQ(harness.IdentityState(just_before), nullptr);
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->user_identifier, ""); });
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());  // the state is the answer
+}
+
+TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsTheirOrder) {
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto sync = IdentityRequest(SyncData());
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
+
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {url_first, sync, vid, url_second, plain};
+        identity->ClearEventsQueue();
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
+        identity->event_queue.clear();
+    });
+    for (const auto& answered : {sync, vid, plain}) {
+        auto response = harness.WaitForResponse(answered->GetResponsePairID());
+        ASSERT_NE(response, nullptr);
+        EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE");
+        EXPECT_TRUE(response->GetData()->ContainsKey("lastsync"));
+    }
+    Settle(harness);
+    EXPECT_TRUE(ResponsesTo(harness, url_first->GetResponsePairID()).empty());
+    EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
+}

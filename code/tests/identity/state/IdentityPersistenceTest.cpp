@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/ids/VisitorId.h"
+#include "identity/module/Identity.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::IdentityState::LinesAmong;
+using VelmoraTest::IdentityState::Store;
+
+namespace {
+
+const std::string MID = "01234567890123456789012345678901234567";
+const std::string KEY_PUSH_DIGEST = "VELMORAMOBILE_PUSH_IDENTIFIER";
+// The keys of the text fields, which are removed rather than stored empty.
+const std::vector<std::string> TEXT_KEYS = {
+    "VELMORAMOBILE_VISITORID_IDS",      "VELMORAMOBILE_PERSISTED_MID",          "VELMORAMOBILE_VISITOR_ID",
+    "VELMORAMOBILE_PERSISTED_MID_HINT", "VELMORAMOBILE_ADVERTISING_IDENTIFIER", "VELMORAMOBILE_PERSISTED_MID_BLOB"};
+
+// mid|user id|advertising id|hint|blob|push identifier|customer ids as stored|ttl|last sync
+std::string Fields(IdentityHarness& harness) {
+    std::string out;
+    harness.RunInIdentityQueue([&] {
+        auto& id = *harness.identity;
+        out = id.mid + "|" + id.user_identifier + "|" + id.advertising_identifier + "|" + id.location_hint + "|" +
+              id.blob + "|" + id.push_identifier + "|" + id.ConvertVisitorIdObjectsVisitorIDsString(id.customer_ids) +
+              "|" + std::to_string(id.ttl.count()) + "|" + std::to_string(id.last_sync.count());
+    });
+    return out;
+}
+
+}  // namespace
+
+TEST(IdentityPersistenceTest, StateSurvivesANewHubAndEmptyFieldsRemoveTheirKeys) {
+    VelmoraTest::TempDir dir;
+    {
+        IdentityHarness first(dir.Path());
+        first.RegisterIdentity();
+        first.RunInIdentityQueue([&] {
+            auto& id = *first.identity;
+            id.mid = MID;
+            id.location_hint = "9";
+            id.blob = "blob-value";
+            id.advertising_identifier = "ad-id";
+            id.user_identifier = "user-1";
+            id.customer_ids = {
+                std::make_shared<VisitorId>("d_cid_ic", "crm", "abc", VisitorIdAuthenticationState::AUTHENTICATED),
+                std::make_shared<VisitorId>("d_cid_ic", "loyalty", "77", VisitorIdAuthenticationState::LOGGED_OUT)};
+            id.ttl = std::chrono::seconds(1800);
+            id.last_sync = std::chrono::seconds(1700000000);
+            id.SavePersistently();
+            id.UpdatePushIdentifier("push-token-1");
+        });
+    }
+    {
+        // The push token is not restored; its digest and flag are.
+        IdentityHarness second(dir.Path());
+        second.RegisterIdentity();
+        EXPECT_EQ(Fields(second), MID +
+                                      "|user-1|ad-id|9|blob-value||&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012"
+                                      "|1800|1700000000");
+        auto store = Store(second);
+        EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""),
+                  second.services->GetCryptoService()->GetDigest("push-token-1"));
+        EXPECT_TRUE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", false));
+
+        second.RunInIdentityQueue([&] {
+            auto& id = *second.identity;
+            id.mid = id.location_hint = id.blob = id.advertising_identifier = id.user_identifier = "";
+            id.customer_ids.clear();
+            id.ttl = id.last_sync = std::chrono::seconds(0);
+            id.SavePersistently();
+        });
+        for (const auto& key : TEXT_KEYS) EXPECT_FALSE(store->Contains(key)) << key;
+        EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", -1), 0);
+    }
+    // A ttl of zero from the server stays zero; only an absent key gives 600.
+    IdentityHarness third(dir.Path());
+    third.RegisterIdentity();
+    EXPECT_EQ(Fields(third), "|||||||0|0");
+}
+
+TEST(IdentityPersistenceTest, ValuesOfTheWrongTypeLoadAsDefaults) {
+    IdentityHarness harness;
+    auto store = Store(harness);
+    for (const auto& key : TEXT_KEYS) store->SetLong(key, 42);
+    store->SetString("VELMORAMOBILE_VISITORID_TTL", "1800");
+    store->SetBoolean("VELMORAMOBILE_VISITORID_SYNC", true);
+    harness.RegisterIdentity();
+    EXPECT_EQ(Fields(harness), "|||||||600|0");
+
+    // A push digest of the wrong type reads as none, so a token is taken as new.
+    store->SetLong(KEY_PUSH_DIGEST, 5);
+    harness.RunInIdentityQueue([&] { harness.identity->UpdatePushIdentifier("token"); });
+    EXPECT_EQ(Fields(harness), "|||||token||600|0");
+    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), harness.services->GetCryptoService()->GetDigest("token"));
+}
+
+TEST(IdentityPersistenceTest, WithoutStorageTheModuleRunsOnDefaultsAndLogsEachAttempt) {
+    const std::string NO_STORAGE = "data storage service is null. cannot load persistent data";
+    const std::string NO_PLATFORM = "platform services is null. cannot load persistent data";
+    const std::string LOAD_FAILED = "load from persistence failed. null data store";
+    const std::string SAVE_FAILED = "saving into persistence failed. null data store";
+    IdentityHarness harness;
+    harness.services->SetLocalStorageService(nullptr);
+    LogCapture capture;
+    harness.RegisterIdentity();
+    harness.RunInIdentityQueue([&] {
+        harness.identity->mid = "kept-in-memory";
+        harness.identity->SavePersistently();
+    });
+    EXPECT_EQ(LinesAmong(capture, {NO_STORAGE, LOAD_FAILED, SAVE_FAILED}),
+              (std::vector<std::string>{NO_STORAGE, LOAD_FAILED, NO_STORAGE, SAVE_FAILED}));
+    EXPECT_EQ(Fields(harness), "kept-in-memory|||||||600|0");
+
+    // A module no hub registered has no platform services at all.
+    capture.Clear();
+    std::make_shared<Identity>()->LoadVariablesFromPersistentData();
+    EXPECT_EQ(LinesAmong(capture, {NO_PLATFORM, LOAD_FAILED}), (std::vector<std::string>{NO_PLATFORM, LOAD_FAILED}));
+}

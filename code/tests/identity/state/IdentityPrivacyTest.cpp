@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "identity/ids/VisitorId.h"
+#include "identity/module/Identity.h"
+#include "runtime/values/Variant.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::WaitFor;
+using VelmoraTest::IdentityState::Store;
+using VelmoraTestServer::TestIdentityServer;
+
+namespace {
+
+const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
+const std::string MID = "01234567890123456789012345678901234567";
+const std::string URL_EMPTY = "Could not send opt-out request as url is empty.";
+
+// Rows of the hit table in the module's SQLite file; -1 when the table cannot be read.
+int64_t QueuedHits(const std::string& data_dir) {
+    sqlite3* db = nullptr;
+    int64_t count = -1;
+    if (sqlite3_open_v2((data_dir + "/VLBMobileIdentity.sqlite").c_str(), &db, SQLITE_OPEN_READONLY, nullptr) ==
+        SQLITE_OK) {
+        sqlite3_busy_timeout(db, 5000);
+        sqlite3_stmt* statement = nullptr;
+        if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM IDENTITY_REQUESTS", -1, &statement, nullptr) == SQLITE_OK &&
+            sqlite3_step(statement) == SQLITE_ROW) {
+            count = sqlite3_column_int64(statement, 0);
+        }
+        sqlite3_finalize(statement);
+    }
+    sqlite3_close(db);
+    return count;
+}
+
+std::shared_ptr<EventData> PrivacyData(const std::string& status) {
+    auto data = std::make_shared<EventData>();
+    data->PutString("global.privacy", status);
+    return data;
+}
+
+Variant::VariantMap ServerConfig(const TestIdentityServer& server, const std::string& privacy = "optedin") {
+    return {{"ondaraCloud.org", Variant::FromString(ORG)},
+            {"ondaraCloud.server", Variant::FromString(server.Host())},
+            {"global.ssl", Variant::FromBoolean(false)},
+            {"global.privacy", Variant::FromString(privacy)}};
+}
+
+// A started module configured against the local identity server over plain HTTP, holding a
+// full identity, an analytics-sync mark and a push token on record.
+class OptOutFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        harness.RegisterIdentity();
+        harness.ConfigureVariants(ServerConfig(server));
+        harness.RunInIdentityQueue([&] {
+            auto& id = *harness.identity;
+            id.mid = MID;
+            id.user_identifier = "user-1";
+            id.advertising_identifier = "ad-id";
+            id.blob = "blob";
+            id.location_hint = "9";
+            id.customer_ids = {
+                std::make_shared<VisitorId>("d_cid_ic", "crm", "abc", VisitorIdAuthenticationState::AUTHENTICATED)};
+            id.ttl = std::chrono::seconds(1800);
+            id.last_sync = std::chrono::seconds(1700000000);
+            id.SavePersistently();
+            id.UpdatePushIdentifier("push-token");
+        });
+        Store(harness)->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
+    }
+
+    // Opts out through the configuration and waits until the module has saved the wipe.
+    void OptOut(const Variant::VariantMap& extra = {}) {
+        Variant::VariantMap values = extra;
+        values["global.privacy"] = Variant::FromString("optedout");
+        harness.ConfigureVariants(values);
+        auto store = Store(harness);
+        ASSERT_TRUE(WaitFor([&] { return !store->Contains("VELMORAMOBILE_PERSISTED_MID"); }));
+        harness.Drain();
+    }
+
+    TestIdentityServer server;
+    IdentityHarness harness;
+};
+
+}  // namespace
+
+TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndASecondOptOutSendsNothing) {
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    OptOut();
+
+    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
+    auto requests = server.Requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].query, "d_mid=" + MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg");
+    EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() + "/veloptout.jpg?d_mid=" + MID +
+                                 "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
+
+    harness.RunInIdentityQueue([&] {
+        auto& id = *harness.identity;
+        EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::OPT_OUT);
+        EXPECT_EQ(
+            id.mid + id.user_identifier + id.advertising_identifier + id.blob + id.location_hint + id.push_identifier,
+            "");
+        EXPECT_TRUE(id.customer_ids.empty());
+        EXPECT_EQ(id.ttl.count(), 600);
+        EXPECT_EQ(id.last_sync.count(), 0);
+    });
+    auto store = Store(harness);
+    for (const auto& key : {"VELMORAMOBILE_VISITORID_IDS", "VELMORAMOBILE_PERSISTED_MID", "VELMORAMOBILE_VISITOR_ID",
+                            "VELMORAMOBILE_ADVERTISING_IDENTIFIER", "VELMORAMOBILE_PERSISTED_MID_HINT",
+                            "VELMORAMOBILE_PERSISTED_MID_BLOB", "VELMORAMOBILE_AID_SYNCED"}) {
+        EXPECT_FALSE(store->Contains(key)) << key;
+    }
+    // The numbers stay, reset; the push flag goes off with the token.
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", -1), 600);
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_SYNC", -1), 0);
+    EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
+
+    // The wiped record is published.
+    ASSERT_NE(harness.IdentityState(), nullptr);
+    EXPECT_FALSE(harness.IdentityState()->ContainsKey("mid"));
+
+    // Without a MID a second opt-out has no URL to send.
+    server.ClearRequests();
+    capture.Clear();
+    harness.ConfigureVariants(
+        {{"global.privacy", Variant::FromString("optedout")}, {"velmora.test.change", Variant::FromString("again")}});
+    ASSERT_TRUE(WaitFor([&] { return capture.Contains(URL_EMPTY); }));
+    harness.Drain();
+    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
+    EXPECT_TRUE(server.Requests().empty());
+}
+
+TEST_F(OptOutFixture, WithAnAudienceServerTheModuleSendsNoOptOutRequestButStillWipes) {
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    OptOut({{"audience.server", Variant::FromString("audience.example")}});
+    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
+    EXPECT_FALSE(capture.Contains(URL_EMPTY));
+    EXPECT_TRUE(server.Requests().empty());
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->mid, ""); });
+}
+
+TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    harness.RunInIdentityQueue([&] {
+        auto& id = *harness.identity;
+        id.mid = MID;
+        // Nothing to compare, a wrong type, the status already held, or unknown: nothing is undone.
+        auto wrong_type = std::make_shared<EventData>();
+        wrong_type->PutInteger("global.privacy", 1);
+        for (const auto& data : {std::shared_ptr<EventData>(), std::make_shared<EventData>(), wrong_type,
+                                 PrivacyData("optedin"), PrivacyData("optunknown")}) {
+            id.ProcessPrivacyChange(1, data);
+        }
+        EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::UNKNOWN);
+        EXPECT_EQ(id.mid, MID);
+    });
+    EXPECT_EQ(harness.IdentityState(), nullptr);
+}
+
+TEST(IdentityPrivacyTest, OptOutDeletesTheQueuedHits) {
+    TestIdentityServer server;
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    // Unknown holds the queue: the forced sync of the boot leaves its row unsent.
+    harness.ConfigureVariants(ServerConfig(server, "optunknown"));
+    harness.Boot();
+    ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 1; }));
+
+    harness.Configure({{"global.privacy", "optedout"}});
+    ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 0; }));
+    // Only the opt-out request ever reached the server, carrying the MID the sync had made.
+    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
+    harness.Drain();
+    auto requests = server.Requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].path, "/veloptout.jpg");
+    EXPECT_EQ(requests[0].params["d_mid"].size(), 38u);
+}

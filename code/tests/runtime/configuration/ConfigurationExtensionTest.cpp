@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/bus/EventDataKeys.h"
+#include "runtime/bus/EventHub.h"
+#include "runtime/bus/SharedStatePending.h"
+#include "runtime/configuration/ConfigurationExtension.h"
+#include "runtime/services/PlatformServices.h"
+#include "tests/runtime/bus/HubTestModules.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/WaitFor.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::LogCapture;
+using VelmoraTest::RecordingModule;
+using VelmoraTest::TempDir;
+using VelmoraTest::WaitFor;
+
+namespace {
+
+const std::string kConfig = "com.velmora.module.configuration";
+
+void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+// One hub on a data folder, with the configuration extension and a module that listens to the
+// configuration's responses and to shared state changes.
+struct ConfiguredHub {
+    explicit ConfiguredHub(const std::string& data_dir)
+        : hub(std::make_shared<EventHub>(std::make_shared<PlatformServices>(data_dir))) {
+        // The listener goes first so that it hears even the first publication.
+        listener->Listen(EventType::CONFIGURATION, EventSource::RESPONSE_CONTENT);
+        listener->Listen(EventType::HUB, EventSource::SHARED_STATE);
+        hub->RegisterModule(listener);
+        configuration = hub->RegisterModule<ConfigurationExtension>();
+        hub->FinishModulesRegistration();
+    }
+    ~ConfiguredHub() { hub->Shutdown(); }
+
+    std::vector<std::shared_ptr<Event>> Responses() const {
+        return listener->EventsOf(EventType::CONFIGURATION, EventSource::RESPONSE_CONTENT);
+    }
+    bool WaitForResponses(size_t count) const {
+        return listener->WaitForCount(EventType::CONFIGURATION, EventSource::RESPONSE_CONTENT, count);
+    }
+    std::string Response(size_t index, const std::string& key) const {
+        return Responses().at(index)->GetData()->OptString(key, "");
+    }
+    std::vector<std::shared_ptr<Event>> StateEvents() const {
+        std::vector<std::shared_ptr<Event>> events;
+        for (const auto& event : listener->EventsOf(EventType::HUB, EventSource::SHARED_STATE)) {
+            if (event->GetData()->OptString(EventDataKeys::STATE_OWNER, "") == kConfig) events.push_back(event);
+        }
+        return events;
+    }
+    std::string State(const std::shared_ptr<Event>& event, const std::string& key) {
+        auto state = listener->GetSharedEventState(kConfig, event);
+        return state ? state->OptString(key, "") : "<none>";
+    }
+
+    std::shared_ptr<EventHub> hub;
+    std::shared_ptr<RecordingModule> listener = std::make_shared<RecordingModule>("test.configuration.listener");
+    std::shared_ptr<ConfigurationExtension> configuration;
+};
+
+TEST(ConfigurationExtensionTest, FileUpdateAndConfigUpdateArriveAsResponsesAndAsStatesAtTheirVersions) {
+    TempDir dir;
+    WriteFile(
+        dir.File("config.json"),
+        R"({"ondaraCloud.org": "ORG@Velmora", "global.privacy": "optedin", "global.ssl": false, "big": 6000000000})");
+    ConfiguredHub setup(dir.Path());
+    ASSERT_NE(setup.configuration, nullptr);
+    ASSERT_TRUE(WaitFor([&] { return setup.hub->HasSharedEventState(kConfig); }));
+    auto early = EventBuilder("early", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).Build();
+    setup.hub->Dispatch(early);
+    ASSERT_TRUE(setup.listener->Sync(*setup.hub));
+    EXPECT_EQ(setup.listener->GetSharedEventState(kConfig, early), SHARED_STATE_PENDING);
+
+    setup.configuration->ConfigureWithFile(dir.File("config.json"));
+    ASSERT_TRUE(setup.WaitForResponses(1));
+    auto first = setup.Responses()[0];
+    EXPECT_EQ(setup.Response(0, "ondaraCloud.org"), "ORG@Velmora");
+    EXPECT_EQ(first->GetData()->OptLong("big", 0), 6000000000LL);
+    // The first configuration resolves the pending state, so the early event sees it too.
+    EXPECT_EQ(setup.State(early, "ondaraCloud.org"), "ORG@Velmora");
+
+    setup.configuration->UpdateConfiguration({{"ondaraCloud.org", Variant::FromString("NEW@Velmora")}});
+    ASSERT_TRUE(setup.WaitForResponses(2));
+    auto second = setup.Responses()[1];
+    EXPECT_EQ(setup.Response(1, "ondaraCloud.org"), "NEW@Velmora");
+    EXPECT_EQ(setup.Response(1, "global.privacy"), "optedin") << "the update keeps the rest";
+    EXPECT_EQ(setup.State(second, "ondaraCloud.org"), "NEW@Velmora");
+    EXPECT_EQ(setup.State(first, "ondaraCloud.org"), "ORG@Velmora") << "earlier events keep their configuration";
+
+    // "config.update" from another module, answered under the request's pair id.
+    auto data = std::make_shared<EventData>();
+    data->PutVariantMap("config.update", {{"global.privacy", Variant::FromString("optedout")}});
+    auto request = EventBuilder("Configuration Update From Identity Module", EventType::CONFIGURATION,
+                                EventSource::REQUEST_CONTENT)
+                       .SetData(data)
+                       .Build();
+    setup.hub->Dispatch(request);
+    ASSERT_TRUE(setup.WaitForResponses(3));
+    EXPECT_EQ(setup.Responses()[2]->GetResponsePairID(), request->GetResponsePairID());
+    EXPECT_EQ(setup.Response(2, "global.privacy"), "optedout");
+    EXPECT_EQ(setup.State(nullptr, "global.privacy"), "optedout");
+
+    ASSERT_TRUE(setup.listener->Sync(*setup.hub));
+    auto announcements = setup.StateEvents();
+    ASSERT_EQ(announcements.size(), 3u);
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_LT(announcements[i]->GetEventNumber(), setup.Responses()[i]->GetEventNumber());
+    }
+}
+
+TEST(ConfigurationExtensionTest, OptOutSurvivesANewHubOnTheSameDataFolderAndWinsOverTheFile) {
+    TempDir dir;
+    WriteFile(dir.File("config.json"), R"({"ondaraCloud.org": "ORG@Velmora", "global.privacy": "optedin"})");
+    {
+        ConfiguredHub first_run(dir.Path());
+        first_run.configuration->ConfigureWithFile(dir.File("config.json"));
+        first_run.configuration->SetPrivacyStatus(MobilePrivacyStatus::OPT_OUT);
+        ASSERT_TRUE(first_run.WaitForResponses(2));
+        EXPECT_EQ(first_run.Response(1, "global.privacy"), "optedout");
+    }
+    ConfiguredHub second_run(dir.Path());
+    // Published from the data store alone, before any file is given.
+    ASSERT_TRUE(second_run.WaitForResponses(1));
+    EXPECT_EQ(second_run.Response(0, "global.privacy"), "optedout");
+    EXPECT_FALSE(second_run.Responses()[0]->GetData()->ContainsKey("ondaraCloud.org"));
+    second_run.configuration->ConfigureWithFile(dir.File("config.json"));
+    ASSERT_TRUE(second_run.WaitForResponses(2));
+    EXPECT_EQ(second_run.Response(1, "global.privacy"), "optedout");
+}
+
+TEST(ConfigurationExtensionTest, MissingOrNonObjectFileLogsOneLineAndChangesNothing) {
+    TempDir dir;
+    WriteFile(dir.File("good.json"), R"({"ondaraCloud.org": "ORG@Velmora"})");
+    WriteFile(dir.File("array.json"), R"(["ondaraCloud.org", "ORG@Velmora"])");
+    WriteFile(dir.File("broken.json"), R"({"ondaraCloud.org": )");
+    ConfiguredHub setup(dir.Path());
+    setup.configuration->ConfigureWithFile(dir.File("good.json"));
+    ASSERT_TRUE(setup.WaitForResponses(1));
+
+    LogCapture log;
+    for (const char* name : {"missing.json", "array.json", "broken.json"}) {
+        setup.configuration->ConfigureWithFile(dir.File(name));
+    }
+    auto bad = std::make_shared<EventData>();
+    bad->PutString("config.update", "not a map");
+    setup.hub->Dispatch(
+        EventBuilder("bad", EventType::CONFIGURATION, EventSource::REQUEST_CONTENT).SetData(bad).Build());
+    const std::string unchanged = "; the configuration is unchanged";
+    ASSERT_TRUE(WaitFor([&] {
+        return log.Contains("Configuration request ignored: config.update is not a map") &&
+               log.Contains("Configuration file " + dir.File("broken.json") + " holds no JSON object" + unchanged);
+    }));
+    EXPECT_EQ(log.Count("Configuration file " + dir.File("missing.json") + " could not be read" + unchanged), 1u);
+    EXPECT_EQ(log.Count("Configuration file " + dir.File("array.json") + " holds no JSON object" + unchanged), 1u);
+    EXPECT_EQ(log.Count("Configuration file " + dir.File("broken.json") + " holds no JSON object" + unchanged), 1u);
+    size_t warnings = 0;
+    for (const auto& line : log.Lines())
+        warnings += line.tag == "Configuration" && line.mode <= LoggingMode::WARNING_LOG;
+    EXPECT_EQ(warnings, 4u);
+
+    ASSERT_TRUE(setup.listener->Sync(*setup.hub));
+    EXPECT_EQ(setup.Responses().size(), 1u);
+    EXPECT_EQ(setup.StateEvents().size(), 1u);
+    EXPECT_EQ(setup.State(nullptr, "ondaraCloud.org"), "ORG@Velmora");
+}
+
+}  // namespace

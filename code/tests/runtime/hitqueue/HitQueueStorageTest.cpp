@@ -1,0 +1,116 @@
+// What the queue keeps in its file: the table, inserts, updates, queries, bad rows and bad files.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/runtime/hitqueue/HitQueueTestSupport.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+
+using namespace VelmoraMobile;
+using namespace VelmoraTest;
+using Rows = std::vector<std::vector<std::string>>;
+
+namespace {
+
+class HitQueueStorageTest : public ::testing::Test {
+protected:
+    void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
+    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
+
+    std::string DatabaseFile() const { return dir_.File(TestHitSchema::DATABASE); }
+    Rows Sql(const std::string& sql) const { return SqlRows(DatabaseFile(), sql); }
+
+    TempDir dir_;
+};
+
+}  // namespace
+
+TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    EXPECT_EQ(Sql("PRAGMA journal_mode"), (Rows{{"wal"}}));
+    EXPECT_EQ(Sql("SELECT name, type, pk FROM pragma_table_info('TEST_HITS') ORDER BY cid"),
+              (Rows{{"ID", "INTEGER", "1"},
+                    {"PAYLOAD", "TEXT", "0"},
+                    {"TIMESTAMP", "INTEGER", "0"},
+                    {"COUNT", "INTEGER", "0"}}));
+    EXPECT_TRUE(queue->UpdateAllHits({{"COUNT", Variant::FromInteger(-1)}}));  // empty table
+    for (int i = 1; i <= 3; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(1, char('a' + i - 1)), i)));
+    queue->DeleteHitWithIdentifier("2");
+    ASSERT_TRUE(queue->Queue(MakeHit("d", 4)));
+    // AUTOINCREMENT: a deleted key is never given again.
+    EXPECT_EQ(Sql("SELECT ID FROM TEST_HITS ORDER BY ID"), (Rows{{"1"}, {"3"}, {"4"}}));
+
+    auto query = std::make_shared<Query>();
+    query->where = "COUNT >= ?";
+    query->where_args = {Variant::FromInteger(2)};
+    query->order_by = "COUNT DESC";
+    auto hit = queue->QueryHit(query);
+    ASSERT_TRUE(hit);
+    EXPECT_EQ(hit->identifier, "4");
+    hit->payload = "d2";
+    EXPECT_TRUE(queue->UpdateHit(hit));
+    EXPECT_FALSE(queue->UpdateHit(MakeHit("never read")));  // no identifier
+    EXPECT_FALSE(queue->QueryHit(nullptr));
+
+    EXPECT_TRUE(queue->UpdateAllHits({{"PAYLOAD", Variant::FromString("")}, {"COUNT", Variant::FromInteger(-1)}}));
+    EXPECT_EQ(Sql("SELECT ID, PAYLOAD, TIMESTAMP, COUNT FROM TEST_HITS ORDER BY ID"),
+              (Rows{{"1", "", "1700000000", "-1"}, {"3", "", "1700000000", "-1"}, {"4", "", "1700000000", "-1"}}));
+    EXPECT_FALSE(queue->UpdateAllHits({{"NO_SUCH", Variant::FromInteger(1)}}));
+    EXPECT_TRUE(log.Contains("Table TEST_HITS has no column NO_SUCH; the value is left out"));
+    EXPECT_FALSE(queue->UpdateAllHits({{"PAYLOAD", Variant::FromVariantVector({})}}));
+    EXPECT_TRUE(log.Contains("Column PAYLOAD of table TEST_HITS cannot store the value given; nothing was updated"));
+    EXPECT_EQ(Sql("SELECT COUNT FROM TEST_HITS WHERE ID = 1"), (Rows{{"-1"}}));
+
+    queue->Reset();
+    EXPECT_TRUE(queue->Queue(MakeHit("e")));
+    EXPECT_EQ(Sql("SELECT ID, PAYLOAD FROM TEST_HITS"), (Rows{{"1", "e"}}));
+    EXPECT_TRUE(queue->DeleteTable());
+    EXPECT_FALSE(queue->Queue(MakeHit("f")));
+}
+
+TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    for (const char* payload : {"a", "b", "c"}) queue->Queue(MakeHit(payload));
+    // As if an older program had left a row this one cannot read.
+    Sql("UPDATE TEST_HITS SET COUNT = 'lots' WHERE PAYLOAD = 'b'");
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 1; }));
+    queue->Queue(MakeHit("d"));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 3 && queue->GetSize() == 1; }));
+    EXPECT_EQ(parts.processor->Payloads(), (std::vector<std::string>{"a", "c", "d"}));
+    EXPECT_EQ(Sql("SELECT ID, PAYLOAD FROM TEST_HITS"), (Rows{{"2", "b"}}));
+    EXPECT_EQ(log.Count("Row 2 of table TEST_HITS cannot be read; it is passed over and stays in the file"), 1u);
+    EXPECT_EQ(log.Count("Unreadable test row: Column 3 is not an integer."), 1u);
+    EXPECT_TRUE(queue->DeleteAllHits());
+    EXPECT_EQ(queue->GetSize(), 0);
+}
+
+TEST_F(HitQueueStorageTest, GarbageFileIsMovedAsideAndReplaced) {
+    std::string garbage(8192, '\0');
+    for (size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>((i * 7919 + 13) % 251);
+    std::ofstream(DatabaseFile(), std::ios::binary) << garbage;
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    EXPECT_TRUE(queue->Queue(MakeHit("fresh")));
+    EXPECT_EQ(queue->GetSize(), 1);
+
+    std::vector<std::string> aside;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
+        if (entry.path().filename().string().rfind(std::string(TestHitSchema::DATABASE) + ".corrupt-", 0) == 0) {
+            aside.push_back(entry.path().string());
+        }
+    }
+    ASSERT_EQ(aside.size(), 1u);
+    std::ifstream moved(aside[0], std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), garbage);
+    EXPECT_TRUE(log.Contains("Database " + DatabaseFile() + " is not a usable database; moved it to " + aside[0] +
+                             " and started a fresh one"));
+}

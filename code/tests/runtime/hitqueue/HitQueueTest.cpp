@@ -1,0 +1,161 @@
+// The queue's life: sending order, retries, states, restarts and shutdown.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "tests/runtime/hitqueue/HitQueueTestSupport.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+
+using namespace VelmoraMobile;
+using namespace VelmoraTest;
+using std::chrono::milliseconds;
+using Payloads = std::vector<std::string>;
+
+namespace {
+
+class HitQueueTest : public ::testing::Test {
+protected:
+    void SetUp() override { HitQueueBase::SetRetryWait(milliseconds(20)); }
+    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
+
+    TempDir dir_;
+};
+
+}  // namespace
+
+TEST_F(HitQueueTest, RowsQueuedWhileSuspendedGoOutOldestFirstAfterRestartAndBringOnline) {
+    {
+        QueueParts first(dir_);
+        auto queue = first.Build();
+        EXPECT_TRUE(queue->Queue(MakeHit("a", 7)));
+        queue->Suspend();
+        EXPECT_TRUE(queue->Queue(MakeHit("b")));
+        // Never online: Dispose is true at once and final.
+        EXPECT_TRUE(queue->Dispose(milliseconds(0)));
+        queue->BringOnline();
+        EXPECT_TRUE(queue->Dispose(milliseconds(0)));
+        EXPECT_EQ(queue->GetSize(), 2);
+        EXPECT_TRUE(first.processor->Payloads().empty());
+    }
+    QueueParts second(dir_);
+    auto queue = second.Build();
+    auto oldest = queue->SelectOldestHit();
+    ASSERT_TRUE(oldest);
+    EXPECT_EQ(oldest->identifier, "1");
+    EXPECT_EQ(oldest->count, 7);
+    EXPECT_EQ(oldest->timestamp, std::chrono::seconds(1700000000));
+    queue->Suspend();
+    queue->Queue(MakeHit("c"));
+    EXPECT_EQ(second.processor->Finished(), 0u);
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0; }));
+    // A worker that ran empty takes up a new row without another BringOnline.
+    queue->Queue(MakeHit("d"));
+    ASSERT_TRUE(WaitFor([&] { return second.processor->Finished() == 4; }));
+    EXPECT_EQ(second.processor->Payloads(), (Payloads{"a", "b", "c", "d"}));
+}
+
+TEST_F(HitQueueTest, RetryAndAThrowingProcessorKeepTheRowAndItsPlace) {
+    LogCapture log;
+    QueueParts parts(dir_);
+    std::atomic<int> attempts_of_a{0};
+    std::atomic<int> attempts_of_b{0};
+    parts.processor->script = [&](const std::shared_ptr<TestHit>& hit) {
+        if (hit->payload == "a" && ++attempts_of_a < 3) return HitProcessResult::RETRY;
+        if (hit->payload == "b" && ++attempts_of_b == 1) throw std::runtime_error("socket exploded");
+        return HitProcessResult::DONE;
+    };
+    auto queue = parts.Build();
+    queue->Queue(MakeHit("a"));
+    queue->Queue(MakeHit("b"));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0; }));
+    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "a", "a", "b", "b"}));
+    EXPECT_TRUE(log.Contains("Processing hit 2 of table TEST_HITS failed: socket exploded"));
+}
+
+TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRowOnce) {
+    QueueParts parts(dir_);
+    parts.processor->script = [](const std::shared_ptr<TestHit>&) {
+        std::this_thread::sleep_for(milliseconds(2));  // wide enough for a second worker to overlap
+        return HitProcessResult::DONE;
+    };
+    auto queue = parts.Build();
+    queue->BringOnline();
+    queue->BringOnline();
+    std::vector<std::thread> producers;
+    for (int p = 0; p < 4; ++p) {
+        producers.emplace_back([&, p] {
+            for (int i = 0; i < 15; ++i) {
+                queue->Queue(MakeHit(std::to_string(p) + "-" + std::to_string(i)));
+                queue->BringOnline();
+                if (i % 5 == 0) queue->UpdateAllHits({{"COUNT", Variant::FromInteger(p)}});
+            }
+        });
+    }
+    for (auto& producer : producers) producer.join();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 60 && queue->GetSize() == 0; }));
+    auto payloads = parts.processor->Payloads();
+    EXPECT_EQ(std::set<std::string>(payloads.begin(), payloads.end()).size(), 60u);
+    EXPECT_EQ(payloads.size(), 60u);
+    EXPECT_EQ(parts.processor->Overlaps(), 0);
+}
+
+TEST_F(HitQueueTest, SuspendThenDeleteAllHitsLeavesNoRowEvenWithAHitInProcess) {
+    for (HitProcessResult answer : {HitProcessResult::RETRY, HitProcessResult::DONE}) {
+        TempDir dir;
+        QueueParts parts(dir);
+        Gate gate;
+        parts.processor->script = [&](const std::shared_ptr<TestHit>&) {
+            gate.Wait();
+            return answer;
+        };
+        auto queue = parts.Build();
+        for (const char* payload : {"a", "b", "c"}) queue->Queue(MakeHit(payload));
+        queue->BringOnline();
+        ASSERT_TRUE(WaitFor([&] { return gate.Waiting() == 1; }));
+        queue->Suspend();
+        EXPECT_TRUE(queue->DeleteAllHits());
+        EXPECT_EQ(queue->GetSize(), 0);
+        gate.Open();
+        ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+        queue->BringOnline();
+        EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
+        EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a"}));
+        EXPECT_TRUE(SqlRows(dir.File(TestHitSchema::DATABASE), "SELECT * FROM TEST_HITS").empty());
+    }
+}
+
+TEST_F(HitQueueTest, AHitInProcessAtDisposeIsKeptIfItFailedAndDeletedIfItWentOut) {
+    for (HitProcessResult answer : {HitProcessResult::RETRY, HitProcessResult::DONE}) {
+        TempDir dir;
+        {
+            QueueParts first(dir);
+            Gate gate;
+            first.processor->script = [&](const std::shared_ptr<TestHit>&) {
+                gate.Wait();
+                return answer;
+            };
+            auto queue = first.Build();
+            queue->Queue(MakeHit("slow"));
+            queue->Queue(MakeHit("b"));
+            queue->BringOnline();
+            ASSERT_TRUE(WaitFor([&] { return gate.Waiting() == 1; }));
+            EXPECT_FALSE(queue->Dispose(milliseconds(0)));
+            EXPECT_FALSE(queue->Dispose(milliseconds(10)));
+            gate.Open();
+            EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
+            EXPECT_EQ(first.processor->Payloads(), (Payloads{"slow"}));
+        }
+        Payloads left = answer == HitProcessResult::RETRY ? Payloads{"slow", "b"} : Payloads{"b"};
+        QueueParts second(dir);
+        auto queue = second.Build();
+        queue->BringOnline();
+        ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0; }));
+        EXPECT_EQ(second.processor->Payloads(), left);
+    }
+}

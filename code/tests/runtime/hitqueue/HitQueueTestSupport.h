@@ -1,0 +1,179 @@
+#pragma once
+
+// A small hit type, schema and scriptable processor for the hit queue tests.
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "runtime/hitqueue/DatabaseHitSchema.h"
+#include "runtime/hitqueue/HitProcessor.h"
+#include "runtime/hitqueue/HitQueue.h"
+#include "runtime/services/PlatformServices.h"
+#include "runtime/values/Log.h"
+#include "runtime/values/TryCatch.h"
+#include "tests/support/TempDir.h"
+
+namespace VelmoraTest {
+
+using namespace VelmoraMobile;
+
+class TestHit : public virtual DatabaseHitBase {
+public:
+    std::string payload;
+    int32_t count{0};
+};
+
+/// Table TEST_HITS: ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT INTEGER.
+class TestHitSchema : public DatabaseHitSchema<TestHit> {
+public:
+    static constexpr const char* DATABASE = "test-hits.sqlite";
+
+    TestHitSchema() {
+        using Type = DatabaseInterface::ColumnDataType;
+        using Constraint = DatabaseInterface::ColumnConstraint;
+        table_name = "TEST_HITS";
+        database_name = DATABASE;
+        column_names = {"ID", "PAYLOAD", "TIMESTAMP", "COUNT"};
+        column_data_types = {Type::INTEGER, Type::TEXT, Type::INTEGER, Type::INTEGER};
+        column_constraints = {{Constraint::PRIMARY_KEY, Constraint::AUTOINCREMENT}, {}, {}, {}};
+    }
+
+    std::shared_ptr<TestHit> GenerateHit(const std::shared_ptr<QueryResultInterface>& result) override {
+        if (!result) return nullptr;
+        auto hit = std::make_shared<TestHit>();
+        TryCatchFinally(
+            [&] {
+                hit->identifier = result->GetString(0);
+                hit->payload = result->GetString(1);
+                hit->timestamp = std::chrono::seconds(result->GetLong(2));
+                hit->count = result->GetInt(3);
+            },
+            [&](SdkError& error) {
+                Log::Error("TestHitSchema", "Unreadable test row: %s", error.GetMessage());
+                hit = nullptr;
+            },
+            [&] { result->Finalize(); });
+        return hit;
+    }
+
+    std::map<std::string, std::shared_ptr<Variant>> GenerateDataMap(const std::shared_ptr<TestHit>& hit) override {
+        if (!hit) return {};
+        return {{"PAYLOAD", Variant::FromString(hit->payload)},
+                {"TIMESTAMP", Variant::FromLong(hit->timestamp.count())},
+                {"COUNT", Variant::FromInteger(hit->count)}};
+    }
+};
+
+/// Records every hit it is given. `script` decides the answer (default DONE); it runs on the worker.
+class TestHitProcessor : public HitProcessor<TestHit> {
+public:
+    std::function<HitProcessResult(const std::shared_ptr<TestHit>&)> script;
+
+    HitProcessResult Process(const std::shared_ptr<TestHit>& hit) override {
+        if (in_process_++ != 0) ++overlaps_;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            payloads_.push_back(hit->payload);
+        }
+        HitProcessResult result = script ? script(hit) : HitProcessResult::DONE;
+        --in_process_;
+        ++finished_;
+        return result;
+    }
+
+    std::vector<std::string> Payloads() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return payloads_;
+    }
+    size_t Finished() const { return finished_.load(); }
+    int Overlaps() const { return overlaps_.load(); }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> payloads_;
+    std::atomic<size_t> finished_{0};
+    std::atomic<int> in_process_{0};
+    std::atomic<int> overlaps_{0};
+};
+
+using TestHitQueue = HitQueue<TestHit, TestHitSchema, TestHitProcessor>;
+
+/// A gate a processor can block on until the test opens it.
+class Gate {
+public:
+    void Open() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        open_ = true;
+        condition_.notify_all();
+    }
+    void Wait() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        ++waiting_;
+        condition_.wait(lock, [this] { return open_; });
+    }
+    int Waiting() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return waiting_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable condition_;
+    bool open_{false};
+    int waiting_{0};
+};
+
+inline std::shared_ptr<TestHit> MakeHit(const std::string& payload, int32_t count = 0) {
+    auto hit = std::make_shared<TestHit>();
+    hit->payload = payload;
+    hit->count = count;
+    hit->timestamp = std::chrono::seconds(1700000000);
+    return hit;
+}
+
+/// A queue with fresh schema and processor over the data folder `dir`.
+struct QueueParts {
+    std::shared_ptr<PlatformServices> services;
+    std::shared_ptr<TestHitSchema> schema = std::make_shared<TestHitSchema>();
+    std::shared_ptr<TestHitProcessor> processor = std::make_shared<TestHitProcessor>();
+    std::shared_ptr<TestHitQueue> queue;
+
+    explicit QueueParts(const TempDir& dir) : services(std::make_shared<PlatformServices>(dir.Path())) {}
+
+    /// Builds the queue; the processor's script should be set before.
+    std::shared_ptr<TestHitQueue> Build() {
+        return queue = std::make_shared<TestHitQueue>(services, schema, processor);
+    }
+};
+
+/// Rows of a direct SQL query on the database file, each column as text ("NULL" for null).
+inline std::vector<std::vector<std::string>> SqlRows(const std::string& path, const std::string& sql) {
+    std::vector<std::vector<std::string>> rows;
+    sqlite3* database = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(database, 5000);
+        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(statement) == SQLITE_ROW) {
+                std::vector<std::string> row;
+                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+                    const unsigned char* text = sqlite3_column_text(statement, i);
+                    row.push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
+                }
+                rows.push_back(row);
+            }
+        }
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(database);
+    return rows;
+}
+
+}  // namespace VelmoraTest

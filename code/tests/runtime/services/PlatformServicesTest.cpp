@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "runtime/services/PlatformServices.h"
+#include "runtime/services/crypto/OpenSslCryptoService.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TempDir.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::ScopedEnvironment;
+using VelmoraTest::TempDir;
+
+TEST(PlatformServicesTest, DataFolderComesFromArgumentThenEnvironmentThenXdgThenHome) {
+    TempDir dir;
+    ScopedEnvironment data_dir("VELMORA_DATA_DIR", dir.File("from-env"));
+    ScopedEnvironment xdg("XDG_DATA_HOME", dir.File("xdg"));
+    ScopedEnvironment home("HOME", dir.File("home"));
+    EXPECT_EQ(PlatformServices(dir.File("explicit/nested")).GetDataDirectory(), dir.File("explicit/nested"));
+    EXPECT_TRUE(std::filesystem::is_directory(dir.File("explicit/nested")));
+    EXPECT_EQ(PlatformServices().GetDataDirectory(), dir.File("from-env"));
+    ScopedEnvironment no_data_dir("VELMORA_DATA_DIR", std::nullopt);
+    EXPECT_EQ(PlatformServices().GetDataDirectory(), dir.File("xdg") + "/velmora");
+    ScopedEnvironment no_xdg("XDG_DATA_HOME", "");
+    EXPECT_EQ(PlatformServices().GetDataDirectory(), dir.File("home") + "/.local/share/velmora");
+}
+
+TEST(PlatformServicesTest, DatabaseFilesLiveInTheDataFolderAndServicesSwapSafelyUnderReaders) {
+    TempDir dir;
+    PlatformServices services(dir.Path());
+    ASSERT_TRUE(services.GetDatabaseService());
+    EXPECT_EQ(services.GetDatabaseService()->GetDatabasePath("VLBMobileIdentity.sqlite"),
+              dir.Path() + "/VLBMobileIdentity.sqlite");
+    VelmoraTest::LogCapture capture;
+    EXPECT_EQ(services.GetDatabaseService()->GetDatabasePath("../escape"), "");
+    EXPECT_TRUE(capture.Contains("Refusing database name (../escape)"));
+
+    auto crypto = std::make_shared<OpenSslCryptoService>();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                auto service = services.GetCryptoService();
+                EXPECT_TRUE(!service || service->GetDigest("").size() == 64u);
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) services.SetCryptoService(i % 2 == 0 ? nullptr : crypto);
+    stop = true;
+    for (auto& reader : readers) reader.join();
+    EXPECT_EQ(services.GetCryptoService(), crypto);
+}
