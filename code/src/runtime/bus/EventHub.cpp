@@ -16,6 +16,7 @@
 #include "runtime/bus/ThreadPoolTaskExecutor.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/SdkError.h"
+#include "runtime/values/ThreadName.h"
 #include "runtime/values/TryCatch.h"
 
 namespace VelmoraMobile {
@@ -105,7 +106,10 @@ EventHub::~EventHub() {
     // work: a thread of its own does the same stop, holding the core, and ends with it.
     std::shared_ptr<Core> core = core_;
     try {
-        std::thread([core] { Stop(core, DEFAULT_SHUTDOWN_DEADLINE); }).detach();
+        std::thread([core] {
+            NameThisThread("hub-stop");
+            Stop(core, DEFAULT_SHUTDOWN_DEADLINE);
+        }).detach();
         return;
     } catch (const std::system_error& error) {
         Log::Error(LOG_TAG, "Cannot start the thread that stops the hub: %s", std::string(error.what()));
@@ -512,6 +516,7 @@ bool EventHub::IsHubThread() const {
 
 void EventHub::DeliveryLoop(const std::shared_ptr<Core>& core) {
     t_delivering_core = core.get();
+    NameThisThread("hub");
     RunDelivery(core);
     std::lock_guard<std::mutex> lock(core->mutex);
     core->delivery_exited = true;

@@ -5,6 +5,7 @@
 #include <deque>
 
 #include "runtime/values/Log.h"
+#include "runtime/values/ThreadName.h"
 #include "runtime/values/TryCatch.h"
 
 namespace VelmoraMobile {
@@ -113,6 +114,7 @@ bool ThreadPoolTaskExecutor::Stop(const std::chrono::steady_clock::time_point* u
 
 void ThreadPoolTaskExecutor::WorkerLoop(const std::shared_ptr<Shared>& shared) {
     t_current_pool = shared.get();
+    NameThisThread("tasks");
     for (;;) {
         std::function<void()> task;
         {

@@ -12,6 +12,7 @@
 #include "runtime/services/DatabaseServiceInterface.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/SdkError.h"
+#include "runtime/values/ThreadName.h"
 
 namespace VelmoraMobile {
 
@@ -519,6 +520,7 @@ void HitQueueBase::NoteNewWork() {
 }
 
 void HitQueueBase::WorkerMain(std::weak_ptr<Object> owner, bool shared_owned, std::shared_ptr<bool> destroyed) {
+    NameThisThread("hits");
     bool idle = false;
     uint64_t idle_version = 0;
     for (;;) {

@@ -2,7 +2,6 @@
 // server's answers under load from several host threads, an answer during unregistration, a hub
 // dropped while its worker is busy.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -19,6 +18,7 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/OurThreads.h"
 #include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
@@ -34,15 +34,6 @@ namespace {
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
 const std::string STORE = "visitorIDServiceDataStore";
-
-size_t ThreadCount() {
-    size_t count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
-        closedir(dir);
-    }
-    return count;
-}
 
 size_t IdRequests(const TestIdentityServer& server) {
     size_t count = 0;
@@ -146,7 +137,6 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
         TestIdentityServer server;
         server.SetDefaultFault(c.fault);
         VelmoraTest::TempDir dir;
-        const size_t threads_before = ThreadCount();
         std::weak_ptr<Identity> weak_identity;
         size_t requests = 0;
         {
@@ -164,7 +154,7 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
             EXPECT_TRUE(weak_identity.expired()) << c.name;
         }
         // The harness's services went with it; nothing of ours is left to send anything.
-        EXPECT_LE(ThreadCount(), threads_before) << c.name;
+        EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u) << c.name;
         EXPECT_EQ(server.Requests().size(), requests) << c.name;
     }
     HitQueueBase::SetRetryWait(saved_wait);

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "runtime/values/Log.h"
+#include "runtime/values/ThreadName.h"
 
 namespace VelmoraMobile {
 
@@ -99,6 +100,7 @@ bool AsyncRequestWorker::Stop(std::chrono::milliseconds deadline) {
 }
 
 void AsyncRequestWorker::Run(const std::shared_ptr<State>& state) {
+    NameThisThread("async");
     std::unique_lock<std::mutex> lock(state->mutex);
     for (;;) {
         ++state->idle;
