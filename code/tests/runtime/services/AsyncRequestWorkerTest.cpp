@@ -1,5 +1,3 @@
-#include "runtime/services/network/AsyncRequestWorker.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "runtime/services/network/AsyncRequestWorker.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
 
