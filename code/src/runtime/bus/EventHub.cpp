@@ -127,6 +127,9 @@ EventHub::~EventHub() {
         }
     }
     core->wake.notify_all();
+    if (core->thread.joinable()) {
+        core->thread.detach();
+    }
     for (const auto& module : modules) {
         module->AbandonTasks();
     }
