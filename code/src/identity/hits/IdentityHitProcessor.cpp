@@ -23,10 +23,35 @@ IdentityHitProcessor::IdentityHitProcessor(const std::shared_ptr<NetworkServiceI
       system_info_service(system_info_service_),
       parent_module(parent_module_) {}
 
+namespace {
+const char* const RESPONSE_TASK = "NetworkResponseLoaded";
+}  // namespace
+
+void IdentityHitProcessor::HandOverResponse(const std::shared_ptr<IdentityObject>& identity_object,
+                                            const std::string& pair_id, int32_t event_number) {
+    // The module's fields belong to its task queue alone, and this runs on the hit queue's
+    // worker: applying the answer here would race with the module's tasks (a sync replacing the
+    // customer ids while the answer saves them). So the worker only adds a task and never waits
+    // for it, which also keeps it clear of the unregistration task that waits for this worker to
+    // end. Added as part of the unregistration, so an answer arriving then is still applied and saved.
+    std::weak_ptr<Identity> module = parent_module;
+    parent_module->AddTaskToQueue(
+        RESPONSE_TASK,
+        [module, identity_object, pair_id, event_number] {
+            std::shared_ptr<Identity> identity = module.lock();
+            if (!identity) {
+                Log::Debug(Identity::LOG_PREFIX.c_str(), "Identity module is gone: the answer to a sync is dropped");
+                return;
+            }
+            identity->NetworkResponseLoaded(identity_object, pair_id, event_number);
+        },
+        Module::REQUIRED_FOR_UNREGISTRATION);
+}
+
 HitProcessResult IdentityHitProcessor::Process(const std::shared_ptr<IdentityDatabaseHit>& hit) {
     const char* tag = Identity::LOG_PREFIX.c_str();
     // Waiting callers hear of a hit that ended without an answer through an empty object.
-    auto report_nothing = [&] { parent_module->NetworkResponseLoaded(nullptr, hit->pair_id, hit->event_number); };
+    auto report_nothing = [&] { HandOverResponse(nullptr, hit->pair_id, hit->event_number); };
 
     if (hit->url.empty()) {
         Log::Debug(tag, "Cannot process identity hit with no url");
@@ -79,8 +104,7 @@ HitProcessResult IdentityHitProcessor::Process(const std::shared_ptr<IdentityDat
         return HitProcessResult::DONE;
     }
 
-    parent_module->NetworkResponseLoaded(CreateIdentityObjectFromResponseJsonObject(json), hit->pair_id,
-                                         hit->event_number);
+    HandOverResponse(CreateIdentityObjectFromResponseJsonObject(json), hit->pair_id, hit->event_number);
     return HitProcessResult::DONE;
 }
 

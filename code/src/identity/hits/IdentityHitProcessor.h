@@ -19,7 +19,10 @@ class Identity;
 
 /// Sends one identity hit to the server and decides its fate: RETRY only for a recoverable HTTP
 /// status, DONE for everything else. Every finished hit except one without a URL is reported to
-/// the module through Identity::NetworkResponseLoaded, with an empty object when nothing could be read.
+/// the module through Identity::NetworkResponseLoaded, with an empty object when nothing could be
+/// read. That call runs as the module's task "NetworkResponseLoaded" (added with
+/// REQUIRED_FOR_UNREGISTRATION), never on the worker; the worker does not wait for it. A module
+/// whose queue has closed drops the answer with one log line.
 ///
 /// Made by IdentityHitDatabase::CreateIdentityDatabase and owned by it and the queue. It holds the
 /// module strongly (the module owns the hit database): the module's "unregistration" task breaks
@@ -46,6 +49,12 @@ public:
     std::shared_ptr<IdentityObject> CreateIdentityObjectFromResponseJsonObject(
         const std::shared_ptr<JsonObject>& json) const;
 
+private:
+    /// Adds the task that applies one outcome on the module's queue; returns at once.
+    void HandOverResponse(const std::shared_ptr<IdentityObject>& identity_object, const std::string& pair_id,
+                          int32_t event_number);
+
+public:
     std::shared_ptr<NetworkServiceInterface> network_service;
     std::shared_ptr<JsonUtilityServiceInterface> json_utility_service;
     std::shared_ptr<SystemInfoServiceInterface> system_info_service;

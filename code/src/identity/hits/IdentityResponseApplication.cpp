@@ -12,7 +12,7 @@ namespace {
 const char* const UPDATED_IDENTITY_RESPONSE = "UPDATED_IDENTITY_RESPONSE";
 }  // namespace
 
-// Runs on the hit queue's worker, beside the module's tasks and without a lock (see Identity.h).
+// Runs as the module's task "NetworkResponseLoaded", which the hit processor adds.
 void Identity::NetworkResponseLoaded(const std::shared_ptr<IdentityObject>& identity_object, const std::string& pair_id,
                                      int32_t /*event_number*/) {
     // An opted-out device keeps nothing the server says; the wipe has already been saved.

@@ -71,6 +71,8 @@ void Identity::OnRegistered() {
     LoadVariablesFromPersistentData();
 }
 
+// On the hub's delivery thread, maybe beside a task: it only reads hit_database, which no task
+// writes but the one added here.
 void Identity::OnUnregistered() {
     if (!hit_database) {
         return;

@@ -28,11 +28,14 @@ class IdentityObject;
 /// The identity module: the identity state of the device and every operation on it.
 ///
 /// Owned by the hub (create it with EventHub::RegisterModule<Identity>()). It takes no lock of
-/// its own: all work runs in the module's serial task queue. Threads:
-/// - the hub's delivery thread calls OnRegistered, OnUnregistered and, through the listeners,
-///   HandleIdentityRequest, TryProcessEventQueue, Bootup, HandleConfigurationResponse,
-///   HandleAudienceResponse and HandleAnalyticsResponseIdentity, which only add tasks;
-/// - the hit queue's worker calls NetworkResponseLoaded directly;
+/// its own: every field has one owner, the module's serial task queue. Threads:
+/// - the hub's delivery thread calls OnRegistered and OnUnregistered, which the hub never runs
+///   beside a task of this module's (tasks start once OnRegistered has returned; OnUnregistered
+///   only reads hit_database, which only the "unregistration" task it adds resets);
+/// - through the listeners the same thread calls HandleIdentityRequest, TryProcessEventQueue,
+///   Bootup, HandleConfigurationResponse, HandleAudienceResponse and
+///   HandleAnalyticsResponseIdentity, which only add tasks;
+/// - the hit queue's worker only adds the task "NetworkResponseLoaded" (see IdentityHitProcessor);
 /// - every other member runs inside the module's tasks only.
 class Identity : public InternalModule {
 public:
@@ -116,8 +119,8 @@ public:
     void ChangePushStatusAndHitAnalytics(bool enabled);
     void ParseIDsOnjsonResponseReceivedCallback(const std::shared_ptr<IdentityObject>& identity_object);
 
-    // The state. Public so that tests and subclasses see what the module holds; written only
-    // by the module's tasks, and by NetworkResponseLoaded on the hit queue's thread.
+    // The state. Public so that tests and subclasses see what the module holds; read and written
+    // only by the module's tasks (and by OnRegistered, before the first task).
     std::string mid;
     std::string location_hint;
     std::string blob;

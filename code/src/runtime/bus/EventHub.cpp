@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "runtime/bus/ThreadPoolTaskExecutor.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/SdkError.h"
+#include "runtime/values/ThreadName.h"
 #include "runtime/values/TryCatch.h"
 
 namespace VelmoraMobile {
@@ -64,6 +66,8 @@ struct EventHub::Core {
     bool shutdown_started{false};
     bool booted{false};
     bool stopping{false};
+    bool delivery_exited{false};
+    std::condition_variable delivery_done;
     std::map<std::string, ModuleRecord> modules;
     std::map<std::string, StateVersions> states;
     std::map<OneTimeKey, std::vector<OneTimeListener>> one_time_listeners;
@@ -94,32 +98,37 @@ EventHub::EventHub(std::shared_ptr<PlatformServicesInterface> platform_services,
 }
 
 EventHub::~EventHub() {
-    {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        core_->stopping = true;
-        core_->accepting_events = false;
+    if (!IsHubThread()) {
+        Stop(core_, DEFAULT_SHUTDOWN_DEADLINE);
+        return;
     }
-    core_->wake.notify_all();
-    if (core_->thread.joinable()) {
-        if (core_->thread.get_id() == std::this_thread::get_id()) {
-            // The last owner let go inside a listener: the thread ends by itself after this event.
-            core_->thread.detach();
-        } else {
-            core_->thread.join();
-        }
+    // The last owner let go inside a listener or a task, whose thread cannot wait for the hub's
+    // work: a thread of its own does the same stop, holding the core, and ends with it.
+    std::shared_ptr<Core> core = core_;
+    try {
+        std::thread([core] {
+            NameThisThread("hub-stop");
+            Stop(core, DEFAULT_SHUTDOWN_DEADLINE);
+        }).detach();
+        return;
+    } catch (const std::system_error& error) {
+        Log::Error(LOG_TAG, "Cannot start the thread that stops the hub: %s", std::string(error.what()));
     }
-    if (core_->owns_executor) {
-        core_->executor->Shutdown();
-    }
-    // Queued tasks may own their module; dropping them breaks that cycle.
+    // Without that thread: drop everything queued and let the threads end by themselves.
     std::vector<std::shared_ptr<Module>> modules;
     {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        for (const auto& weak : core_->all_modules) {
+        std::lock_guard<std::mutex> lock(core->mutex);
+        core->stopping = true;
+        core->accepting_events = false;
+        for (const auto& weak : core->all_modules) {
             if (auto module = weak.lock()) {
                 modules.push_back(module);
             }
         }
+    }
+    core->wake.notify_all();
+    if (core->thread.joinable()) {
+        core->thread.detach();
     }
     for (const auto& module : modules) {
         module->AbandonTasks();
@@ -271,68 +280,112 @@ bool EventHub::UnregisterModule(const std::string& name) {
     if (IsHubThread()) {
         return true;
     }
-    finished.wait();
-    module->WaitUntilUnregistered();
+    const auto until = std::chrono::steady_clock::now() + DEFAULT_SHUTDOWN_DEADLINE;
+    if (finished.wait_until(until) != std::future_status::ready || !module->WaitUntilUnregistered(until)) {
+        Log::Warning(LOG_TAG, "Unregistration of module %s did not end within %s; it goes on without waiting", name,
+                     DEFAULT_SHUTDOWN_DEADLINE);
+    }
     return true;
 }
 
 void EventHub::Shutdown() {
+    Shutdown(DEFAULT_SHUTDOWN_DEADLINE);
+}
+
+bool EventHub::Shutdown(std::chrono::milliseconds deadline) {
     if (IsHubThread()) {
         Log::Warning(LOG_TAG, "Shutdown called on a hub thread: ignored, the hub stops when it is destroyed");
-        return;
+        return false;
     }
+    return Stop(core_, deadline);
+}
+
+bool EventHub::Stop(const std::shared_ptr<Core>& core, std::chrono::milliseconds deadline) {
+    const auto until = std::chrono::steady_clock::now() + deadline;
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> unregistered = done->get_future();
     {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        if (core_->shutdown_started) {
-            return;
+        std::lock_guard<std::mutex> lock(core->mutex);
+        if (core->shutdown_started) {
+            return true;
         }
-        core_->shutdown_started = true;
+        core->shutdown_started = true;
         Core::Item item;
         item.kind = Core::ItemKind::SHUTDOWN;
         item.done = std::move(done);
-        core_->queue.push_back(std::move(item));
+        core->queue.push_back(std::move(item));
     }
-    core_->wake.notify_one();
-    unregistered.wait();
+    core->wake.notify_one();
 
+    std::vector<std::string> abandoned;
+    if (unregistered.wait_until(until) != std::future_status::ready) {
+        abandoned.push_back("the unregistration of the modules (a listener or OnUnregistered is stuck)");
+    }
     std::vector<std::shared_ptr<Module>> modules;
     {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        for (const auto& weak : core_->all_modules) {
+        std::lock_guard<std::mutex> lock(core->mutex);
+        for (const auto& weak : core->all_modules) {
             if (auto module = weak.lock()) {
                 modules.push_back(module);
             }
         }
     }
     for (const auto& module : modules) {
-        module->WaitUntilUnregistered();
+        if (!module->WaitUntilUnregistered(until)) {
+            abandoned.push_back("the tasks of module " + module->GetModuleName());
+        }
+        // Tasks still queued go now, and with them the modules they hold.
+        module->AbandonTasks();
     }
     modules.clear();
 
     // What the last tasks dispatched is still delivered, then the thread ends.
+    bool delivery_ended = false;
     {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        core_->accepting_events = false;
+        std::unique_lock<std::mutex> lock(core->mutex);
+        core->accepting_events = false;
         Core::Item item;
         item.kind = Core::ItemKind::STOP;
-        core_->queue.push_back(std::move(item));
+        core->queue.push_back(std::move(item));
+        core->wake.notify_all();
+        delivery_ended = core->delivery_done.wait_until(lock, until, [&] { return core->delivery_exited; });
+        if (!delivery_ended) {
+            core->stopping = true;
+            core->wake.notify_all();
+        }
     }
-    core_->wake.notify_one();
-    if (core_->thread.joinable()) {
-        core_->thread.join();
+    if (core->thread.joinable()) {
+        if (delivery_ended) {
+            core->thread.join();
+        } else {
+            abandoned.push_back("the delivery thread (a listener is stuck)");
+            core->thread.detach();
+        }
     }
-    if (core_->owns_executor) {
-        core_->executor->Shutdown();
+    if (core->owns_executor) {
+        const auto left =
+            std::max(std::chrono::milliseconds(0),
+                     std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()));
+        if (!core->executor->Shutdown(left)) {
+            abandoned.push_back("a running task");
+        }
     }
 
     // Listeners that can no longer fire, and what they captured, go now rather than with the hub.
     std::map<Core::OneTimeKey, std::vector<Core::OneTimeListener>> orphans;
     {
-        std::lock_guard<std::mutex> lock(core_->mutex);
-        orphans.swap(core_->one_time_listeners);
+        std::lock_guard<std::mutex> lock(core->mutex);
+        orphans.swap(core->one_time_listeners);
     }
+    if (abandoned.empty()) {
+        return true;
+    }
+    std::string what;
+    for (const auto& entry : abandoned) {
+        what += (what.empty() ? "" : "; ") + entry;
+    }
+    Log::Warning(LOG_TAG, "The hub's stop passed its deadline of %s and abandoned: %s", deadline, what);
+    return false;
 }
 
 std::shared_ptr<EventData> EventHub::GetSharedEventState(const std::string& name, const std::shared_ptr<Event>& event) {
@@ -466,6 +519,14 @@ bool EventHub::IsHubThread() const {
 
 void EventHub::DeliveryLoop(const std::shared_ptr<Core>& core) {
     t_delivering_core = core.get();
+    NameThisThread("hub");
+    RunDelivery(core);
+    std::lock_guard<std::mutex> lock(core->mutex);
+    core->delivery_exited = true;
+    core->delivery_done.notify_all();
+}
+
+void EventHub::RunDelivery(const std::shared_ptr<Core>& core) {
     for (;;) {
         Core::Item item;
         {
@@ -531,6 +592,9 @@ void EventHub::RegisterOnDeliveryThread(Core& core, const std::shared_ptr<Module
         return;
     }
     module->OnEventHubRegisteredModule(hub, core.platform_services, core.executor);
+    // Held no longer than needed: a host that drops its last reference meanwhile should see the
+    // hub stop on its own thread, not on this one.
+    hub.reset();
     TryCatch([&] { module->OnRegistered(); },
              [&](SdkError& error) {
                  Log::Warning(LOG_TAG, "OnRegistered of module %s failed: %s", module->GetModuleName(), error);

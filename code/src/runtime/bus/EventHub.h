@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -34,14 +35,25 @@ namespace VelmoraMobile {
 /// delivery thread or on its executor they cannot wait, so UnregisterModule then only starts the
 /// unregistration and Shutdown does nothing but log (the hub stops when it is destroyed).
 ///
-/// Call Shutdown for an orderly stop. Destroying the hub without it drops the events and tasks
-/// still queued and calls no OnUnregistered, but never hangs. The last reference may be dropped
-/// anywhere, also inside a listener or a task; the delivery thread itself holds the hub for a
-/// moment while it registers a module, and if the last owner lets go just then, the hub is
-/// destroyed on that thread.
+/// Stopping: Shutdown(deadline) unregisters every module, runs their remaining tasks (those
+/// added with REQUIRED_FOR_UNREGISTRATION included), delivers what they dispatched and joins the
+/// delivery thread and the executor it made, all within `deadline`. When it returns true no
+/// thread of the hub runs any more and no module task will start. Past the deadline it drops
+/// the tasks still queued, leaves a stuck listener or task to finish alone on its thread (which
+/// then starts nothing new), logs what it abandoned and returns false.
+///
+/// Destroying the hub does what Shutdown does, with DEFAULT_SHUTDOWN_DEADLINE, so a hub dropped
+/// without Shutdown still unregisters its modules and ends its threads. The last reference may
+/// be dropped anywhere, also inside a listener or a task (the delivery thread itself holds the
+/// hub for a moment while it registers a module); on a hub thread the destructor cannot wait, so
+/// it hands the same stop to a thread of its own and returns at once.
 class EventHub : public Object {
 public:
     using OneTimeCallback = std::function<void(const std::shared_ptr<Event>&)>;
+
+    /// What Shutdown() and the destructor allow the modules: long enough for a hit in flight to
+    /// end by its own timeouts, short enough that a stuck one cannot hold the host.
+    static constexpr std::chrono::milliseconds DEFAULT_SHUTDOWN_DEADLINE{10000};
 
     /// `platform_services` (may be empty) is handed to every module. Without `task_executor` the
     /// hub makes a small thread pool of its own.
@@ -85,12 +97,17 @@ public:
     /// Takes the module off the bus: the delivery thread calls OnUnregistered (after the events
     /// queued before this call), ordinary tasks queued until then still run, later ones are
     /// dropped, tasks added with REQUIRED_FOR_UNREGISTRATION run; then its states are forgotten.
-    /// Waits for all of it unless called on a hub thread. False when no such module is registered.
+    /// Waits for all of it, at most DEFAULT_SHUTDOWN_DEADLINE (then logs and lets it go on),
+    /// unless called on a hub thread. False when no such module is registered.
     bool UnregisterModule(const std::string& name);
-    /// Delivers what is queued, unregisters every module (newest first) as UnregisterModule does,
-    /// waits for their tasks, delivers the events those tasks sent and joins every thread.
-    /// Later Dispatch calls are dropped. Repeated calls do nothing.
+    /// Shutdown(DEFAULT_SHUTDOWN_DEADLINE).
     void Shutdown();
+    /// Delivers what is queued, unregisters every module (newest first) as UnregisterModule does,
+    /// waits for their tasks, delivers the events those tasks sent and joins every thread, all
+    /// within `deadline` (see Stopping above). Later Dispatch calls are dropped. True when
+    /// everything ended in time; false (logged) when something was abandoned, or when called on a
+    /// hub thread. Repeated calls do nothing and give true.
+    bool Shutdown(std::chrono::milliseconds deadline);
 
     /// The state of the module whose shared state name is `name`, for `event`: the state with
     /// the greatest version not above the event's number; SHARED_STATE_PENDING when that one is
@@ -118,6 +135,9 @@ private:
 
     // The delivery thread's side; they take the core, never the hub, since the hub may be gone.
     static void DeliveryLoop(const std::shared_ptr<Core>& core);
+    static void RunDelivery(const std::shared_ptr<Core>& core);
+    /// The whole stop, on a thread that may wait (neither the delivery thread nor the executor's).
+    static bool Stop(const std::shared_ptr<Core>& core, std::chrono::milliseconds deadline);
     static void Deliver(Core& core, const std::shared_ptr<Event>& event);
     static void RegisterOnDeliveryThread(Core& core, const std::shared_ptr<Module>& module,
                                          const std::weak_ptr<EventHub>& hub);

@@ -418,6 +418,14 @@ void Module::WaitUntilUnregistered() {
     closed_.wait(lock, [this] { return task_queue_state_ == TaskQueueState::CLOSED; });
 }
 
+bool Module::WaitUntilUnregistered(std::chrono::steady_clock::time_point until) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!unregistration_begun_) {
+        return task_queue_state_ == TaskQueueState::CLOSED;
+    }
+    return closed_.wait_until(lock, until, [this] { return task_queue_state_ == TaskQueueState::CLOSED; });
+}
+
 void Module::AbandonTasks() {
     std::deque<std::pair<std::string, std::function<void()>>> dropped;
     {

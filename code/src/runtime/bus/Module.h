@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -35,9 +36,19 @@ class Rule;
 /// Threads:
 /// - OnRegistered, OnUnregistered, NotifyListeners and NotifyWildCardListener are called on the
 ///   hub's delivery thread, and so are the listeners' Hear.
-/// - AddTaskToQueue may be called on any thread and returns at once. The tasks of one module run
-///   one after another, in the order added, on the hub's executor; two never overlap. Tasks wait
-///   until OnRegistered has returned.
+/// - AddTaskToQueue may be called on any thread and returns at once; it never waits for the
+///   queue. The tasks of one module run one after another, in the order added, on the hub's
+///   executor; two never overlap, and each sees what the ones before it wrote.
+/// - No task starts before OnRegistered has returned: tasks added earlier (also from inside
+///   OnRegistered) wait and then run in the order added. So OnRegistered may set fields without a
+///   lock, and a task never sees the module half set up.
+/// - Unregistration begins when the hub calls OnUnregistered, on its delivery thread and maybe
+///   while a task runs (so it may only read what tasks do not write, and hand the rest to a
+///   task). Ordinary tasks added before that point still run, in order; ordinary tasks added later are dropped (logged
+///   at Debug). Tasks added with REQUIRED_FOR_UNREGISTRATION are taken until the queue closes, which is when
+///   OnUnregistered has returned and the queue has run empty; every task added after that is
+///   dropped (logged). The hub's Shutdown waits for the queue to close, up to its deadline;
+///   tasks still queued then are dropped and one still running is left to finish alone.
 /// - The shared state operations, RegisterListener, CreateDispatcher and the getters may be
 ///   called on any thread.
 class Module : public virtual Object {
@@ -151,6 +162,8 @@ private:
     void UnregisterListenersAndDispatchers();
     void EndUnregistrationHooks();
     void WaitUntilUnregistered();
+    /// The same, bounded; false when the deadline passed first.
+    bool WaitUntilUnregistered(std::chrono::steady_clock::time_point until);
     void AbandonTasks();
 
     void SubmitRunnerLocked(std::unique_lock<std::mutex>& lock);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 #include "runtime/values/ObjectInterface.h"
@@ -18,6 +19,14 @@ public:
     /// Stops taking work, drops what has not started and waits for what is running. Called on
     /// one of the executor's own threads it does not wait for that thread. Repeated calls do nothing.
     virtual void Shutdown() = 0;
+    /// The same, but waits at most `deadline` for what is running; a thread still busy then is
+    /// left to finish its task on its own. False when something was left so. By default the
+    /// wait is not bounded.
+    virtual bool Shutdown(std::chrono::milliseconds deadline) {
+        (void)deadline;
+        Shutdown();
+        return true;
+    }
 };
 
 }  // namespace VelmoraMobile

@@ -5,6 +5,7 @@
 #include <deque>
 
 #include "runtime/values/Log.h"
+#include "runtime/values/ThreadName.h"
 #include "runtime/values/TryCatch.h"
 
 namespace VelmoraMobile {
@@ -18,6 +19,9 @@ struct ThreadPoolTaskExecutor::Shared {
     std::condition_variable wake;
     std::deque<std::function<void()>> tasks;
     bool stopping{false};
+    // Workers that have left their loop, so joining them cannot block.
+    std::condition_variable exited;
+    std::vector<std::thread::id> exited_ids;
 };
 
 namespace {
@@ -59,6 +63,15 @@ bool ThreadPoolTaskExecutor::IsExecutorThread() const {
 }
 
 void ThreadPoolTaskExecutor::Shutdown() {
+    Stop(nullptr);
+}
+
+bool ThreadPoolTaskExecutor::Shutdown(std::chrono::milliseconds deadline) {
+    const auto until = std::chrono::steady_clock::now() + deadline;
+    return Stop(&until);
+}
+
+bool ThreadPoolTaskExecutor::Stop(const std::chrono::steady_clock::time_point* until) {
     std::deque<std::function<void()>> dropped;
     {
         std::lock_guard<std::mutex> lock(shared_->mutex);
@@ -74,23 +87,42 @@ void ThreadPoolTaskExecutor::Shutdown() {
         std::lock_guard<std::mutex> lock(threads_mutex_);
         threads.swap(threads_);
     }
+    bool all_joined = true;
     for (std::thread& thread : threads) {
-        if (thread.get_id() == std::this_thread::get_id()) {
+        const std::thread::id id = thread.get_id();
+        bool exited = true;
+        if (until != nullptr && id != std::this_thread::get_id()) {
+            std::unique_lock<std::mutex> lock(shared_->mutex);
+            exited = shared_->exited.wait_until(lock, *until, [&] {
+                return std::find(shared_->exited_ids.begin(), shared_->exited_ids.end(), id) !=
+                       shared_->exited_ids.end();
+            });
+        }
+        if (id == std::this_thread::get_id() || !exited) {
+            // Its task goes on; the thread holds what it needs and ends by itself.
             thread.detach();
+            all_joined = all_joined && id == std::this_thread::get_id();
         } else {
             thread.join();
         }
     }
+    if (!all_joined) {
+        Log::Warning(LOG_TAG, "A task still ran when the executor's deadline passed; its thread was left to finish");
+    }
+    return all_joined;
 }
 
 void ThreadPoolTaskExecutor::WorkerLoop(const std::shared_ptr<Shared>& shared) {
     t_current_pool = shared.get();
+    NameThisThread("tasks");
     for (;;) {
         std::function<void()> task;
         {
             std::unique_lock<std::mutex> lock(shared->mutex);
             shared->wake.wait(lock, [&] { return shared->stopping || !shared->tasks.empty(); });
             if (shared->stopping) {
+                shared->exited_ids.push_back(std::this_thread::get_id());
+                shared->exited.notify_all();
                 return;
             }
             task = std::move(shared->tasks.front());

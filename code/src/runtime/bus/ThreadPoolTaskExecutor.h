@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -28,11 +29,13 @@ public:
     bool Execute(std::function<void()> task) override;
     bool IsExecutorThread() const override;
     void Shutdown() override;
+    bool Shutdown(std::chrono::milliseconds deadline) override;
 
 private:
     struct Shared;
 
     static void WorkerLoop(const std::shared_ptr<Shared>& shared);
+    bool Stop(const std::chrono::steady_clock::time_point* until);
 
     // Workers hold the shared part, so it outlives the pool object when that dies on a worker.
     std::shared_ptr<Shared> shared_;

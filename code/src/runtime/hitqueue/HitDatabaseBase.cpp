@@ -91,6 +91,16 @@ bool HitDatabaseBase::DeleteHitWithIdentifier(const std::string& identifier) {
     return rc == SQLITE_DONE;
 }
 
+bool HitDatabaseBase::DeleteRowLocked(int64_t rowid) {
+    sqlite3_stmt* statement = CachedStatementLocked("DELETE FROM " + QuoteIdentifier(table_name_) + " WHERE rowid = ?");
+    if (statement == nullptr) {
+        return false;
+    }
+    sqlite3_bind_int64(statement, 1, rowid);
+    unreadable_rows_.erase(rowid);
+    return StepToDoneLocked(statement, "delete a row");
+}
+
 int32_t HitDatabaseBase::GetSize() {
     std::lock_guard<std::recursive_mutex> lock(database_mutex_);
     sqlite3_stmt* statement = CachedStatementLocked("SELECT COUNT(*) FROM " + QuoteIdentifier(table_name_));

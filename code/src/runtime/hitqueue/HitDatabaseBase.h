@@ -67,6 +67,8 @@ protected:
     sqlite3_stmt* PrepareLocked(const std::string& sql);
     /// Steps a statement without result rows to its end and resets it; logs failures under `what`.
     bool StepToDoneLocked(sqlite3_stmt* statement, const char* what);
+    /// Deletes the row with that rowid; true when the statement ran (also if no row matched).
+    bool DeleteRowLocked(int64_t rowid);
     /// Logs the connection's last error for `what`.
     void LogErrorLocked(const char* what) const;
 

@@ -12,6 +12,7 @@
 #include "runtime/services/DatabaseServiceInterface.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/SdkError.h"
+#include "runtime/values/ThreadName.h"
 
 namespace VelmoraMobile {
 
@@ -230,7 +231,6 @@ void HitQueueBase::Suspend() {
         return;
     }
     online_ = false;
-    ++suspend_count_;
     condition_.notify_all();
 }
 
@@ -306,7 +306,34 @@ bool HitQueueBase::Queue(const std::shared_ptr<DatabaseHitBase>& hit) {
 
 std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldestHit() {
     bool failed = false;
-    return SelectOldest(failed);
+    RowMark mark;
+    return SelectOldest(failed, mark);
+}
+
+bool HitQueueBase::DeleteAllHits() {
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    ++row_generation_;
+    return HitDatabaseBase::DeleteAllHits();
+}
+
+bool HitQueueBase::DeleteTable() {
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    ++row_generation_;
+    return HitDatabaseBase::DeleteTable();
+}
+
+bool HitQueueBase::DeleteHitWithIdentifier(const std::string& identifier) {
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    ++row_generation_;
+    return HitDatabaseBase::DeleteHitWithIdentifier(identifier);
+}
+
+void HitQueueBase::Reset() {
+    {
+        std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+        ++row_generation_;
+    }
+    HitDatabaseBase::Reset();
 }
 
 bool HitQueueBase::UpdateHit(const std::shared_ptr<DatabaseHitBase>& hit) {
@@ -330,7 +357,7 @@ std::chrono::milliseconds HitQueueBase::GetRetryWait() {
     return std::chrono::milliseconds(RetryWaitMs().load(std::memory_order_relaxed));
 }
 
-std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed) {
+std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed, RowMark& mark) {
     const int rowid_column = static_cast<int>(column_names_.size());
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
     for (;;) {
@@ -359,10 +386,11 @@ std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed) {
         std::shared_ptr<DatabaseHitBase> hit = GenerateHitGuarded(result);
         result->Finalize();
         if (hit) {
-            // Without an identifier the row could never be deleted and would be sent for ever.
             if (hit->identifier.empty()) {
                 hit->identifier = key;
             }
+            mark.rowid = rowid;
+            mark.generation = row_generation_;
             return hit;
         }
         unreadable_rows_.insert(rowid);
@@ -492,6 +520,7 @@ void HitQueueBase::NoteNewWork() {
 }
 
 void HitQueueBase::WorkerMain(std::weak_ptr<Object> owner, bool shared_owned, std::shared_ptr<bool> destroyed) {
+    NameThisThread("hits");
     bool idle = false;
     uint64_t idle_version = 0;
     for (;;) {
@@ -540,7 +569,8 @@ bool HitQueueBase::WaitForWork(bool idle, uint64_t idle_version, uint64_t& versi
 
 HitQueueBase::StepOutcome HitQueueBase::Step() {
     bool failed = false;
-    std::shared_ptr<DatabaseHitBase> hit = SelectOldest(failed);
+    RowMark mark;
+    std::shared_ptr<DatabaseHitBase> hit = SelectOldest(failed, mark);
     if (!hit) {
         return failed ? StepOutcome::RETRY_LATER : StepOutcome::TABLE_EMPTY;
     }
@@ -562,7 +592,7 @@ HitQueueBase::StepOutcome HitQueueBase::Step() {
         Log::Error(LOG_TAG, "Processing hit %s of table %s failed", hit->identifier, TableName());
     }
     if (result == HitProcessResult::DONE) {
-        return DeleteHitWithIdentifier(hit->identifier) ? StepOutcome::PROCESSED : StepOutcome::RETRY_LATER;
+        return DeleteReadRow(mark) ? StepOutcome::PROCESSED : StepOutcome::RETRY_LATER;
     }
     if (result != HitProcessResult::RETRY) {
         Log::Warning(LOG_TAG, "Unknown processing result %d for hit %s of table %s; it will be retried",
@@ -572,10 +602,22 @@ HitQueueBase::StepOutcome HitQueueBase::Step() {
     return StepOutcome::RETRY_LATER;
 }
 
+bool HitQueueBase::DeleteReadRow(const RowMark& mark) {
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    // Any removal since the read may have freed the rowid for a newer row, which must stay. The
+    // row that was read is gone by then anyway.
+    if (mark.generation != row_generation_) {
+        Log::Debug(LOG_TAG, "The row just processed in table %s was removed meanwhile", TableName());
+        return true;
+    }
+    return DeleteRowLocked(mark.rowid);
+}
+
 void HitQueueBase::WaitBeforeRetry() {
+    // The wait is the server's breathing space: a Suspend and a BringOnline in between do not
+    // shorten it. Only the end of the queue does.
     std::unique_lock<std::mutex> lock(mutex_);
-    uint64_t suspends = suspend_count_;
-    condition_.wait_for(lock, GetRetryWait(), [&] { return disposed_ || !online_ || suspend_count_ != suspends; });
+    condition_.wait_for(lock, GetRetryWait(), [&] { return disposed_; });
 }
 
 }  // namespace VelmoraMobile

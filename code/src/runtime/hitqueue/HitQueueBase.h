@@ -62,11 +62,18 @@ public:
     /// Goes on line and starts the worker if needed (one worker per queue); resumes with the oldest row.
     /// Also wakes a worker that ran out of rows. Ignored once disposed.
     virtual void BringOnline();
-    /// Stops taking rows; rows stay. A hit already handed to the processor finishes. Also ends a
-    /// retry wait, so that the next BringOnline starts at once.
+    /// Stops taking rows; rows stay. A hit already handed to the processor finishes. A retry wait
+    /// under way keeps its full length: a BringOnline right after does not cut it short.
     virtual void Suspend();
     /// Sets the given columns to the given values in every row; true when the update ran.
     virtual bool UpdateAllHits(const std::map<std::string, std::shared_ptr<Variant>>& values);
+
+    // The removals also tell the worker that the row it is processing may be gone, so that after
+    // DONE it deletes the row it read and never a newer one that took over its key or rowid.
+    bool DeleteAllHits() override;
+    bool DeleteTable() override;
+    bool DeleteHitWithIdentifier(const std::string& identifier) override;
+    void Reset() override;
 
     /// The first row `query` selects as a hit, or an empty pointer (no row, unreadable row, or error).
     std::shared_ptr<DatabaseHitBase> QueryHit(const std::shared_ptr<Query>& query);
@@ -91,7 +98,14 @@ private:
     static std::string TableNameOf(const std::shared_ptr<DatabaseHitSchemaBase>& schema);
     static std::string KeyColumnOf(const std::shared_ptr<DatabaseHitSchemaBase>& schema);
 
-    std::shared_ptr<DatabaseHitBase> SelectOldest(bool& failed);
+    /// Which row a hit was read from, and in which generation of the table.
+    struct RowMark {
+        int64_t rowid{0};
+        uint64_t generation{0};
+    };
+    std::shared_ptr<DatabaseHitBase> SelectOldest(bool& failed, RowMark& mark);
+    /// Deletes the row `mark` names, unless rows were removed since it was read.
+    bool DeleteReadRow(const RowMark& mark);
     std::shared_ptr<DatabaseHitBase> GenerateHitGuarded(const std::shared_ptr<QueryResultInterface>& result);
     std::map<std::string, std::shared_ptr<Variant>> DataMapGuarded(const std::shared_ptr<DatabaseHitBase>& hit);
     /// The entries of `values` whose column the schema has; the others are logged and left out.
@@ -130,10 +144,11 @@ private:
     bool worker_running_{false};
     /// Raised by every insert and BringOnline, so a worker that ran empty knows to look again.
     uint64_t work_version_{0};
-    /// Raised by Suspend, so a retry wait ends even if BringOnline follows before the worker wakes.
-    uint64_t suspend_count_{0};
     /// Set when the destructor runs on the worker thread, which then must not touch the object again.
     std::shared_ptr<bool> destroyed_on_worker_{std::make_shared<bool>(false)};
+
+    /// Raised by every removal of rows from outside the worker. Guarded by DatabaseMutex().
+    uint64_t row_generation_{0};
 
     // Immutable after construction.
     std::string select_oldest_sql_;

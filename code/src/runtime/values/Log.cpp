@@ -1,9 +1,11 @@
 #include "runtime/values/Log.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 namespace VelmoraMobile {
@@ -30,13 +32,19 @@ std::atomic<int>& Level() {
 
 struct SinkHolder {
     std::mutex mutex;
-    Log::Sink sink;
+    std::condition_variable released;
+    // Callers copy the pointer and call without the lock; SetSink waits until the old one is
+    // held by nobody else.
+    std::shared_ptr<const Log::Sink> sink;
 };
 
 SinkHolder& Holder() {
     static SinkHolder holder;
     return holder;
 }
+
+// How deep the current thread is inside sink calls.
+thread_local int t_sink_depth = 0;
 
 const char* ModeName(LoggingMode mode) {
     switch (mode) {
@@ -50,18 +58,34 @@ const char* ModeName(LoggingMode mode) {
 
 void Write(LoggingMode mode, const char* tag, const std::string& message) {
     SinkHolder& holder = Holder();
-    std::lock_guard<std::mutex> lock(holder.mutex);
-    if (holder.sink) {
-        holder.sink(mode, tag ? tag : "", message);
+    std::shared_ptr<const Log::Sink> sink;
+    {
+        std::lock_guard<std::mutex> lock(holder.mutex);
+        sink = holder.sink;
+    }
+    if (!sink) {
+        std::fprintf(stderr, "[%s] %s: %s\n", ModeName(mode), tag ? tag : "", message.c_str());
         return;
     }
-    std::fprintf(stderr, "[%s] %s: %s\n", ModeName(mode), tag ? tag : "", message.c_str());
+    ++t_sink_depth;
+    try {
+        (*sink)(mode, tag ? tag : "", message);
+    } catch (...) {
+        // A failing sink costs its line, never the caller.
+    }
+    --t_sink_depth;
+    {
+        std::lock_guard<std::mutex> lock(holder.mutex);
+        sink.reset();
+    }
+    holder.released.notify_all();
 }
 
 }  // namespace
 
 bool Log::Precheck(LoggingMode mode) {
-    return static_cast<int>(mode) <= Level().load(std::memory_order_relaxed);
+    const int level = Level().load(std::memory_order_relaxed);
+    return static_cast<int>(mode) <= (level < 1 ? 1 : level);
 }
 
 void Log::SetLogLevel(LoggingMode level) {
@@ -74,14 +98,25 @@ LoggingMode Log::GetLogLevel() {
 
 void Log::SetSink(Sink sink) {
     SinkHolder& holder = Holder();
-    std::lock_guard<std::mutex> lock(holder.mutex);
-    holder.sink = std::move(sink);
+    std::shared_ptr<const Sink> replacement = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+    std::unique_lock<std::mutex> lock(holder.mutex);
+    std::shared_ptr<const Sink> old = std::move(holder.sink);
+    holder.sink = std::move(replacement);
+    // Inside a sink the calling thread holds a copy itself and must not wait for it.
+    if (old && t_sink_depth == 0) {
+        holder.released.wait(lock, [&] { return old.use_count() == 1; });
+    }
+    lock.unlock();
+    old.reset();
 }
 
 void Log::ErrorImpl(const char* tag, const std::string& message) {
     Write(LoggingMode::ERROR_LOG, tag, message);
 }
 void Log::WarningImpl(const char* tag, const std::string& message) {
+    if (GetLogLevel() < LoggingMode::WARNING_LOG) {
+        return;
+    }
     Write(LoggingMode::WARNING_LOG, tag, message);
 }
 void Log::DebugImpl(const char* tag, const std::string& message) {

@@ -37,7 +37,13 @@ void TryCatch(const std::function<void()>& body, const std::function<void(SdkErr
 
 void TryCatchFinally(const std::function<void()>& body, const std::function<void(SdkError&)>& handler,
                      const std::function<void()>& finally_body) {
-    TryCatch(body, handler);
+    // The cleanup runs also when the handler itself throws; that exception then goes on.
+    try {
+        TryCatch(body, handler);
+    } catch (...) {
+        finally_body();
+        throw;
+    }
     finally_body();
 }
 

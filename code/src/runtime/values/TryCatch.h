@@ -11,6 +11,8 @@ namespace VelmoraMobile {
 
 void TryCatch(const std::function<void()>& body, const std::function<void(SdkError&)>& handler);
 
+/// `finally_body` runs last in every case, also when `handler` throws; what the handler threw
+/// leaves after it.
 void TryCatchFinally(const std::function<void()>& body, const std::function<void(SdkError&)>& handler,
                      const std::function<void()>& finally_body);
 

@@ -15,6 +15,7 @@
 #include "identity/hits/IdentityObject.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
+#include "runtime/bus/EventHub.h"
 #include "runtime/services/PlatformServices.h"
 #include "runtime/values/SdkError.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
@@ -79,9 +80,13 @@ Fault IdFault(const std::function<void(Fault&)>& set) {
     return fault;
 }
 
-/// A module that only records what the processor reports; it is never registered on a hub.
+/// A module that only records what the processor reports. It is registered on a hub, whose task
+/// queue applies the reports, but builds no pipeline of its own.
 class RecordingIdentity : public Identity {
 public:
+    void OnRegistered() override {}
+    void OnUnregistered() override {}
+
     struct Call {
         std::shared_ptr<IdentityObject> object;
         std::string pair_id;
@@ -134,9 +139,12 @@ protected:
     void SetUp() override {
         saved_retry_wait_ = HitQueueBase::GetRetryWait();
         HitQueueBase::SetRetryWait(milliseconds(20));
+        ASSERT_TRUE(hub->RegisterModule(module));
+        ASSERT_TRUE(WaitFor([&] { return module->IsRegistered(); }));
     }
     void TearDown() override {
         Dispose();
+        hub->Shutdown();
         HitQueueBase::SetRetryWait(saved_retry_wait_);
     }
     void Create() {
@@ -166,6 +174,7 @@ protected:
     TempDir dir;
     std::shared_ptr<PlatformServices> services = std::make_shared<PlatformServices>(dir.Path());
     std::shared_ptr<RecordingIdentity> module = std::make_shared<RecordingIdentity>();
+    std::shared_ptr<EventHub> hub = std::make_shared<EventHub>(services);
     std::shared_ptr<IdentityHitDatabase> database;
     milliseconds saved_retry_wait_{0};
 };

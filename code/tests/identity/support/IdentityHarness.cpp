@@ -163,7 +163,7 @@ void IdentityHarness::RunInIdentityQueue(const std::function<void()>& work) {
 }
 
 void IdentityHarness::Shutdown() {
-    if (shut_down_) return;
+    if (shut_down_ || !hub) return;
     shut_down_ = true;
     hub->Shutdown();
 }

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "tests/runtime/hitqueue/HitQueueTestSupport.h"
@@ -128,6 +130,54 @@ TEST_F(HitQueueTest, SuspendThenDeleteAllHitsLeavesNoRowEvenWithAHitInProcess) {
         EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a"}));
         EXPECT_TRUE(SqlRows(dir.File(TestHitSchema::DATABASE), "SELECT * FROM TEST_HITS").empty());
     }
+}
+
+TEST_F(HitQueueTest, ADoneHitDeletesItsOwnRowNotANewerOneThatTookItsKey) {
+    QueueParts parts(dir_);
+    parts.schema = std::make_shared<TestHitSchema>(false);
+    Gate gate;
+    parts.processor->script = [&](const std::shared_ptr<TestHit>& hit) {
+        if (hit->payload == "a") gate.Wait();
+        return HitProcessResult::DONE;
+    };
+    auto queue = parts.Build();
+    queue->Queue(MakeHit("a"));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return gate.Waiting() == 1; }));
+    // An opt-out and a new sync while "a" is out: the new row gets the key 1 again.
+    queue->Suspend();
+    queue->DeleteAllHits();
+    queue->Queue(MakeHit("new"));
+    EXPECT_EQ(SqlRows(dir_.File(TestHitSchema::DATABASE), "SELECT ID FROM TEST_HITS"),
+              (std::vector<std::vector<std::string>>{{"1"}}));
+    gate.Open();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "new"}));
+}
+
+TEST_F(HitQueueTest, ARetryWaitsItsFullTimeAlsoAcrossSuspendAndBringOnline) {
+    const auto wait = milliseconds(600);
+    HitQueueBase::SetRetryWait(wait);
+    QueueParts parts(dir_);
+    std::mutex mutex;
+    std::vector<std::chrono::steady_clock::time_point> attempts;
+    parts.processor->script = [&](const std::shared_ptr<TestHit>&) {
+        std::lock_guard<std::mutex> lock(mutex);
+        attempts.push_back(std::chrono::steady_clock::now());
+        return attempts.size() == 1 ? HitProcessResult::RETRY : HitProcessResult::DONE;
+    };
+    auto queue = parts.Build();
+    queue->Queue(MakeHit("a"));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    // A privacy change to unknown and back must not let the server be asked again at once.
+    queue->Suspend();
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_GE(attempts[1] - attempts[0], wait);
 }
 
 TEST_F(HitQueueTest, AHitInProcessAtDisposeIsKeptIfItFailedAndDeletedIfItWentOut) {

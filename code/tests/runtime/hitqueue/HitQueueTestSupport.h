@@ -31,18 +31,20 @@ public:
 };
 
 /// Table TEST_HITS: ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT INTEGER.
+/// Without `autoincrement` the key is the plain rowid, which SQLite gives out again.
 class TestHitSchema : public DatabaseHitSchema<TestHit> {
 public:
     static constexpr const char* DATABASE = "test-hits.sqlite";
 
-    TestHitSchema() {
+    explicit TestHitSchema(bool autoincrement = true) {
         using Type = DatabaseInterface::ColumnDataType;
         using Constraint = DatabaseInterface::ColumnConstraint;
         table_name = "TEST_HITS";
         database_name = DATABASE;
         column_names = {"ID", "PAYLOAD", "TIMESTAMP", "COUNT"};
         column_data_types = {Type::INTEGER, Type::TEXT, Type::INTEGER, Type::INTEGER};
-        column_constraints = {{Constraint::PRIMARY_KEY, Constraint::AUTOINCREMENT}, {}, {}, {}};
+        column_constraints = {{Constraint::PRIMARY_KEY}, {}, {}, {}};
+        if (autoincrement) column_constraints[0].push_back(Constraint::AUTOINCREMENT);
     }
 
     std::shared_ptr<TestHit> GenerateHit(const std::shared_ptr<QueryResultInterface>& result) override {

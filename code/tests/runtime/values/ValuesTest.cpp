@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "runtime/values/Expected.h"
 #include "runtime/values/Log.h"
@@ -108,6 +114,14 @@ TEST(GuardTest, EveryExceptionStaysInsideTheGuard) {
     bool finally_ran = false;
     TryCatchFinally([] { throw SdkError("c", "m", DebugInfo()); }, [](SdkError&) {}, [&] { finally_ran = true; });
     EXPECT_TRUE(finally_ran);
+
+    // Also when the handler fails: the cleanup runs, then the handler's error goes on.
+    finally_ran = false;
+    EXPECT_THROW(
+        TryCatchFinally([] { throw SdkError("c", "m", DebugInfo()); },
+                        [](SdkError&) { throw std::runtime_error("handler failed"); }, [&] { finally_ran = true; }),
+        std::runtime_error);
+    EXPECT_TRUE(finally_ran);
 }
 
 TEST(FormatTest, PlaceholdersTakeTheNextArgumentWhateverItsType) {
@@ -164,13 +178,63 @@ TEST(LogTest, ClosedGateBuildsNoText) {
     EXPECT_EQ(capture.Lines()[1].message, "no args %s");
 }
 
-TEST(LogTest, ErrorAndWarningShareOneGate) {
-    VelmoraTest::LogCapture capture(LoggingMode::ERROR_LOG);
-    Log::Error("tag", "hidden");
-    Log::Warning("tag", "hidden");
-    EXPECT_TRUE(capture.Lines().empty());
-    EXPECT_TRUE(Log::Precheck(LoggingMode::ERROR_LOG));
-    EXPECT_FALSE(Log::Precheck(LoggingMode::WARNING_LOG));
+TEST(LogTest, EachLevelPrintsItsOwnLinesAndThoseAboveIt) {
+    struct Case {
+        LoggingMode level;
+        std::vector<std::string> printed;
+    };
+    const std::vector<Case> cases = {
+        {LoggingMode::ERROR_LOG, {"error"}},
+        {LoggingMode::WARNING_LOG, {"error", "warning"}},
+        {LoggingMode::DEBUG_LOG, {"error", "warning", "debug"}},
+        {LoggingMode::VERBOSE_LOG, {"error", "warning", "debug", "trace"}},
+    };
+    for (const auto& c : cases) {
+        VelmoraTest::LogCapture capture(c.level);
+        Log::Error("tag", "error");
+        Log::Warning("tag", "warning");
+        Log::Debug("tag", "debug");
+        Log::Trace("tag", "trace");
+        std::vector<std::string> printed;
+        for (const auto& line : capture.Lines()) printed.push_back(line.message);
+        EXPECT_EQ(printed, c.printed) << static_cast<int>(c.level);
+        // Error and Warning keep one gate, open at every level.
+        EXPECT_TRUE(Log::Precheck(LoggingMode::WARNING_LOG));
+    }
+}
+
+TEST(LogTest, ASinkMayLogAndASlowSinkHoldsUpOnlyItsOwnThread) {
+    VelmoraTest::LogCapture capture(LoggingMode::WARNING_LOG);
+    std::promise<void> entered, release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> blocked_once{false};
+    std::vector<std::string> lines;
+    std::mutex mutex;
+    Log::SetSink([&](LoggingMode, const char*, const std::string& message) {
+        if (message == "nested") {
+            std::lock_guard<std::mutex> lock(mutex);
+            lines.push_back(message);
+            return;
+        }
+        Log::Warning("tag", "nested");  // a sink that logs must not deadlock
+        if (message == "slow" && !blocked_once.exchange(true)) {
+            entered.set_value();
+            released.wait();  // as a blocked stderr would
+        }
+        std::lock_guard<std::mutex> lock(mutex);
+        lines.push_back(message);
+    });
+    std::thread slow([] { Log::Warning("tag", "slow"); });
+    entered.get_future().wait();
+    auto other = std::async(std::launch::async, [] { Log::Warning("tag", "other"); });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    release.set_value();
+    slow.join();
+    Log::SetSink(nullptr);
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "nested"), 2);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "other"), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "slow"), 1);
 }
 
 TEST(VariantTest, ReaderOfTheWrongKindLeavesOutUntouched) {

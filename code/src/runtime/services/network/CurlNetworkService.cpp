@@ -131,6 +131,10 @@ CurlNetworkService::CurlNetworkService(const std::string& ca_file) : ca_file_(ca
 
 CurlNetworkService::~CurlNetworkService() = default;
 
+bool CurlNetworkService::StopAsyncRequests(std::chrono::milliseconds deadline) {
+    return worker_.Stop(deadline);
+}
+
 std::shared_ptr<HttpConnectionInterface> CurlNetworkService::ConnectUrl(
     const std::string& url, const HttpCommand& command, const std::string& connect_payload,
     const std::map<std::string, std::string>& headers, std::chrono::seconds connect_timeout,

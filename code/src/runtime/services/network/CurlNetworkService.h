@@ -27,8 +27,13 @@ public:
     CurlNetworkService();
     /// Uses `ca_file` ("" for the system's bundle only) and ignores the environment.
     explicit CurlNetworkService(const std::string& ca_file);
-    /// Waits for the asynchronous requests still queued (each bounded by its timeouts).
+    /// StopAsyncRequests(AsyncRequestWorker::DEFAULT_STOP_DEADLINE).
     ~CurlNetworkService() override;
+
+    /// Lets queued asynchronous requests go out until `deadline`, then drops the rest (logged);
+    /// a request still in flight then ends by its own timeouts on its thread. Later
+    /// ConnectUrlAsync calls are dropped. False when something was dropped or left running.
+    bool StopAsyncRequests(std::chrono::milliseconds deadline);
 
     /// GET (body ignored) or POST (body sent). Blocks for at most connect plus read timeout
     /// (each at least one second). The connection phase is bounded by the connect timeout and

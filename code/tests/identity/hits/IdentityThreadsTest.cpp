@@ -1,0 +1,177 @@
+// The module's fields have one owner, its task queue, and a stop ends every thread of ours: the
+// server's answers under load from several host threads, an answer during unregistration, a hub
+// dropped while its worker is busy.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "identity/hits/IdentityDatabaseHit.h"
+#include "identity/hits/IdentityHitProcessor.h"
+#include "identity/module/Identity.h"
+#include "runtime/hitqueue/HitQueueBase.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/OurThreads.h"
+#include "tests/support/WaitFor.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::WaitFor;
+using VelmoraTestServer::Fault;
+using VelmoraTestServer::TestIdentityServer;
+
+namespace {
+
+const std::string ORG = "ORG@VelmoraOrg";
+const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
+const std::string STORE = "visitorIDServiceDataStore";
+
+size_t IdRequests(const TestIdentityServer& server) {
+    size_t count = 0;
+    for (const auto& request : server.Requests()) count += request.path == "/id";
+    return count;
+}
+
+bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
+    return event->GetName() == UPDATED && event->GetResponsePairID() == pair_id;
+}
+
+void ConfigureAndBoot(IdentityHarness& harness, const TestIdentityServer& server) {
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}, {"global.privacy", "optedin"}});
+    harness.Boot();
+}
+
+}  // namespace
+
+TEST(IdentityThreadsTest, SyncsAndRequestsFromSeveralHostThreadsAreAllSentAnsweredAndKept) {
+    TestIdentityServer server;
+    Fault slow;
+    slow.delay_ms = 3;
+    server.SetDefaultFault(slow);
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    ConfigureAndBoot(harness, server);
+    ASSERT_NE(harness.WaitForEvent([](const auto& e) { return IsUpdated(e, ""); }), nullptr);
+
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 8;
+    std::vector<std::vector<std::string>> sync_pairs(THREADS), request_pairs(THREADS);
+    std::vector<std::thread> hosts;
+    for (int t = 0; t < THREADS; ++t) {
+        hosts.emplace_back([&, t] {
+            for (int r = 0; r < ROUNDS; ++r) {
+                const std::string id = std::to_string(t) + "_" + std::to_string(r);
+                auto sync = std::make_shared<EventData>();
+                sync->PutStringMap("visitoridentifiers", {{"type" + id, "id" + id}});
+                sync->PutInteger("authenticationstate", 1);
+                sync->PutBoolean("issyncevent", true);
+                sync_pairs[t].push_back(harness.DispatchIdentityRequest(sync)->GetResponsePairID());
+                harness.DispatchIdentityRequest(VelmoraTest::MakeData({{"vid", "user" + id}}));
+                request_pairs[t].push_back(harness.DispatchIdentityRequest(nullptr)->GetResponsePairID());
+            }
+        });
+    }
+    for (auto& host : hosts) host.join();
+
+    // Every answer was applied: each sync's caller heard its paired update, each request its response.
+    for (int t = 0; t < THREADS; ++t) {
+        for (int r = 0; r < ROUNDS; ++r) {
+            const std::string& sync_pair = sync_pairs[t][r];
+            ASSERT_NE(harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, sync_pair); }), nullptr);
+            ASSERT_NE(harness.WaitForResponse(request_pairs[t][r]), nullptr);
+        }
+    }
+    VelmoraTest::Settle(harness);
+    EXPECT_EQ(IdRequests(server), 1u + THREADS * ROUNDS);
+    std::set<std::string> types;
+    std::string blob;
+    harness.RunInIdentityQueue([&] {
+        for (const auto& id : identity->customer_ids) types.insert(id->id_type);
+        blob = identity->blob;
+    });
+    for (int t = 0; t < THREADS; ++t) {
+        for (int r = 0; r < ROUNDS; ++r)
+            EXPECT_EQ(types.count("type" + std::to_string(t) + "_" + std::to_string(r)), 1u);
+    }
+    EXPECT_EQ(blob, "test-blob");
+}
+
+TEST(IdentityThreadsTest, AnAnswerArrivingDuringUnregistrationIsSavedBeforeShutdownReturns) {
+    TestIdentityServer server;
+    Fault slow;
+    slow.path = "/id";
+    slow.delay_ms = 700;
+    server.PushFault(slow);
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    ConfigureAndBoot(harness, server);
+    // The boot's sync is out and its answer still on the way when the stop begins.
+    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
+    harness.Shutdown();
+    auto store = harness.services->GetLocalStorageService()->GetDataStore(STORE);
+    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "test-blob");
+    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
+}
+
+TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfOurs) {
+    struct Case {
+        const char* name;
+        Fault fault;
+    };
+    Fault busy;
+    busy.status = 503;
+    Fault silent;
+    silent.hang = true;
+    const std::chrono::milliseconds saved_wait = HitQueueBase::GetRetryWait();
+    HitQueueBase::SetRetryWait(std::chrono::seconds(30));
+    for (const Case& c : {Case{"503", busy}, Case{"no answer", silent}}) {
+        TestIdentityServer server;
+        server.SetDefaultFault(c.fault);
+        VelmoraTest::TempDir dir;
+        std::weak_ptr<Identity> weak_identity;
+        size_t requests = 0;
+        {
+            IdentityHarness harness(dir.Path());
+            weak_identity = harness.RegisterIdentity();
+            ConfigureAndBoot(harness, server);
+            ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20))) << c.name;
+            // Nothing but the worker is busy: a task that briefly holds the hub is over.
+            VelmoraTest::Settle(harness);
+            harness.identity.reset();
+            auto start = std::chrono::steady_clock::now();
+            harness.hub.reset();  // no Shutdown: the destructor stops it all the same
+            EXPECT_LT(std::chrono::steady_clock::now() - start, EventHub::DEFAULT_SHUTDOWN_DEADLINE) << c.name;
+            requests = server.Requests().size();
+            EXPECT_TRUE(weak_identity.expired()) << c.name;
+        }
+        // The harness's services went with it; nothing of ours is left to send anything.
+        EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u) << c.name;
+        EXPECT_EQ(server.Requests().size(), requests) << c.name;
+    }
+    HitQueueBase::SetRetryWait(saved_wait);
+}
+
+TEST(IdentityThreadsTest, AnAnswerForAModuleThatHasLeftIsDroppedWithOneLogLine) {
+    TestIdentityServer server;
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
+    LogCapture log;
+    auto processor = std::make_shared<IdentityHitProcessor>(harness.services->GetNetworkService(), nullptr,
+                                                            harness.services->GetJsonUtilityService(), identity);
+    auto hit = std::make_shared<IdentityDatabaseHit>();
+    hit->url = server.BaseUrl() + "/id?d_orgid=" + ORG;
+    hit->pair_id = "late";
+    EXPECT_EQ(processor->Process(hit), HitProcessResult::DONE);
+    EXPECT_EQ(log.Count("Module com.velmora.module.identity is unregistering: task NetworkResponseLoaded dropped"), 1u);
+    EXPECT_EQ(identity->blob, "");
+}
