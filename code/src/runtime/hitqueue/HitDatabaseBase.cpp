@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 #include <system_error>
@@ -418,6 +419,8 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
                 std::string answer = text != nullptr ? reinterpret_cast<const char*>(text) : "";
                 if (std::string(pragma) == "PRAGMA quick_check" && answer != "ok") {
                     result = OpenResult::NOT_A_DATABASE;
+                    // The check's answer spans lines; a log line must not.
+                    std::replace(answer.begin(), answer.end(), '\n', ' ');
                     reason = answer;
                 }
                 rc = SQLITE_OK;

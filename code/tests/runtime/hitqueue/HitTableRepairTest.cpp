@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "tests/runtime/hitqueue/HitQueueTestSupport.h"
 #include "tests/runtime/services/storage/FullDisk.h"
@@ -133,6 +134,43 @@ TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsRead
         while (!queue->Dispose(std::chrono::milliseconds(1000))) {
         }
     }
+}
+
+TEST_F(HitTableRepairTest, ADamagedFileIsMovedAsideAndTheRowsOutsideTheDamageAreCarriedOver) {
+    const int rows = 200;
+    {
+        QueueParts parts(dir_);
+        auto queue = parts.Build();
+        for (int i = 0; i < rows; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(100, 'p') + std::to_string(i), i)));
+    }
+    Rows leaves =
+        SqlRows(File(), "SELECT pageno FROM dbstat WHERE name = 'TEST_HITS' AND pagetype = 'leaf' ORDER BY path");
+    ASSERT_GE(leaves.size(), 5u);
+    {
+        std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp((std::stol(leaves[leaves.size() / 2][0]) - 1) * 4096);
+        file << std::string(4096, '\xff');
+    }
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    Strings aside = Aside("corrupt");
+    ASSERT_EQ(aside.size(), 1u);
+    Strings errors = Errors(log);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].rfind("Database " + File() + " is not a usable database (", 0), 0u) << errors[0];
+    EXPECT_NE(errors[0].find("); moved it to " + aside[0] + " and started a fresh one, carrying over "),
+              std::string::npos);
+    EXPECT_EQ(errors[0].find('\n'), std::string::npos) << errors[0];
+    // The rows before and after the damaged page keep their keys and their order.
+    Rows kept = SqlRows(File(), "SELECT ID, COUNT FROM TEST_HITS ORDER BY ID");
+    ASSERT_GT(kept.size(), rows / 2u);
+    ASSERT_LT(kept.size(), static_cast<size_t>(rows));
+    EXPECT_EQ(kept.front(), (Strings{"1", "0"}));
+    EXPECT_EQ(kept.back(), (Strings{std::to_string(rows), std::to_string(rows - 1)}));
+    size_t gaps = 0;
+    for (size_t i = 1; i < kept.size(); ++i) gaps += std::stoi(kept[i][0]) != std::stoi(kept[i - 1][0]) + 1;
+    EXPECT_EQ(gaps, 1u);
 }
 
 TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIsStoredAfterAll) {

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -123,6 +124,7 @@ SqliteStoreFile::Opened SqliteStoreFile::TryOpenFile(std::string& reason) {
         return fail(code);
     }
     if (verdict != "ok") {
+        std::replace(verdict.begin(), verdict.end(), '\n', ' ');  // one log line
         reason = verdict;
         CloseConnection();
         return Opened::DAMAGED;
