@@ -105,7 +105,6 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
          "the table has a rowid",
          "0 of 1",
          false},
-        {"a view", {"CREATE VIEW data_stores AS SELECT 1 AS store"}, "it is a view, not a table", "0 of 0", false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -113,6 +112,7 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
         std::filesystem::remove_all(dir_.Path());
         std::filesystem::create_directories(dir_.Path());
         for (const auto& sql : c.make) Sql(File(), sql);
+        const Rows before = Sql(File(), "SELECT * FROM data_stores");
         LogCapture log;
         services_ = std::make_shared<PlatformServices>(dir_.Path());
         auto config = Store(CONFIG);
@@ -127,7 +127,7 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
         EXPECT_EQ(config->GetString("config.changes", "none"), c.opt_out_kept ? OPT_OUT : "none");
         EXPECT_EQ(Store("ids")->GetLong("ttl", 0), c.opt_out_kept ? 600 : 0);
         EXPECT_FALSE(Store("ids")->Contains("broken"));
-        EXPECT_FALSE(Sql(aside[0], "SELECT * FROM data_stores").empty() && c.make.size() > 1);
+        EXPECT_EQ(Sql(aside[0], "SELECT * FROM data_stores"), before);
         config->SetString("after", "stored");
         EXPECT_EQ(std::make_shared<PlatformServices>(dir_.Path())
                       ->GetLocalStorageService()
