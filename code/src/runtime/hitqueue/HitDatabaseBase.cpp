@@ -2,11 +2,13 @@
 
 #include <sqlite3.h>
 
-#include <chrono>
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 #include <system_error>
 
+#include "runtime/services/storage/SqliteTableRepair.h"
+#include "runtime/services/storage/SqliteTableShape.h"
 #include "runtime/values/Log.h"
 
 namespace VelmoraMobile {
@@ -14,10 +16,14 @@ namespace VelmoraMobile {
 namespace {
 
 constexpr int BUSY_TIMEOUT_MS = 5000;
+constexpr const char* KEPT_IN_MEMORY = "this run keeps its hits in memory and leaves the file as it is";
 
-bool IsNotADatabase(int result_code) {
-    int primary = result_code & 0xff;
-    return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT;
+std::string CarriedText(const SqliteTableRepair::Carried& carried) {
+    std::string text = std::to_string(carried.rows);
+    if (carried.of >= 0) {
+        text += " of " + std::to_string(carried.of);
+    }
+    return text + (carried.of == 1 || (carried.of < 0 && carried.rows == 1) ? " row" : " rows");
 }
 
 }  // namespace
@@ -38,12 +44,23 @@ bool HitDatabaseBase::OpenOrCreateDatabase() {
     if (database_ != nullptr) {
         return true;
     }
+    if (in_memory_) {
+        return OpenMemoryLocked();
+    }
     OpenResult result = OpenFileLocked();
     if (result == OpenResult::NOT_A_DATABASE) {
         MoveAsideLocked();
+        if (corrupt_aside_.empty()) {
+            return false;
+        }
         result = OpenFileLocked();
     }
     return result == OpenResult::OK;
+}
+
+bool HitDatabaseBase::IsInMemory() const {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    return in_memory_;
 }
 
 void HitDatabaseBase::PostReset() {}
@@ -122,16 +139,137 @@ void HitDatabaseBase::Reset() {
     {
         std::lock_guard<std::recursive_mutex> lock(database_mutex_);
         CloseLocked();
-        std::error_code ignored;
-        for (const char* suffix : {"", "-wal", "-shm"}) {
-            std::filesystem::remove(file_path_ + suffix, ignored);
+        if (!in_memory_) {
+            std::error_code ignored;
+            for (const char* suffix : {"", "-wal", "-shm"}) {
+                std::filesystem::remove(file_path_ + suffix, ignored);
+            }
         }
         unreadable_rows_.clear();
         if (!OpenOrCreateDatabase() || !InitializeDatabase()) {
-            Log::Error(LOG_TAG, "Reset could not create a fresh database at %s", file_path_);
+            Log::Error(LOG_TAG, "Reset could not create a fresh database at %s: %s", file_path_, failure_);
         }
     }
     PostReset();
+}
+
+bool HitDatabaseBase::FallBackToMemory() {
+    std::lock_guard<std::recursive_mutex> lock(database_mutex_);
+    CloseLocked();
+    corrupt_aside_.clear();
+    Log::Error(LOG_TAG, "Cannot use the hit database %s (%s); %s", file_path_, failure_, KEPT_IN_MEMORY);
+    return OpenMemoryLocked() && InitializeDatabase();
+}
+
+bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSpec& spec) {
+    if (database_ == nullptr) {
+        return false;
+    }
+    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", spec.name, spec.create_sql);
+    switch (finding.verdict) {
+        case SqliteTableShape::Verdict::MATCHES: return true;
+        case SqliteTableShape::Verdict::DIFFERS: return RebuildLocked(spec, finding.detail);
+        case SqliteTableShape::Verdict::UNREADABLE:
+            // A schema that cannot be parsed is damage like any other.
+            if (SqliteTableRepair::IsCorruption(sqlite3_errcode(database_)) && !in_memory_) {
+                corrupt_reason_ = finding.detail;
+                MoveAsideLocked();
+                return !corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(spec);
+            }
+            failure_ = "cannot read its schema: " + finding.detail;
+            return false;
+        case SqliteTableShape::Verdict::MISSING: break;
+    }
+    if (!CreateTableLocked(spec)) {
+        return false;
+    }
+    if (!corrupt_aside_.empty()) {
+        SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, corrupt_aside_, spec);
+        Log::Error(
+            LOG_TAG,
+            "Database %s is not a usable database (%s); moved it to %s and started a fresh one, carrying over %s",
+            file_path_, corrupt_reason_, corrupt_aside_, CarriedText(carried));
+        corrupt_aside_.clear();
+    }
+    return true;
+}
+
+bool HitDatabaseBase::RecoverFromWriteFailureLocked(const SqliteTableSpec& spec, int result_code) {
+    ++write_failures_;
+    if (database_ == nullptr) {
+        return false;
+    }
+    // The check costs one look into the schema table, so every failure may afford it.
+    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", spec.name, spec.create_sql);
+    if (finding.verdict == SqliteTableShape::Verdict::MISSING && CreateTableLocked(spec)) {
+        Log::Error(LOG_TAG, "Table %s of %s was gone; made it again", spec.name, file_path_);
+        return true;
+    }
+    if (finding.verdict == SqliteTableShape::Verdict::DIFFERS) {
+        return RebuildLocked(spec, finding.detail);
+    }
+    // A file that cannot be written loses no hit: they go on in memory, and the rows already in the
+    // file wait there for a run that can use it.
+    bool storage_failing =
+        SqliteTableRepair::IsStorageFailure(result_code) || finding.verdict == SqliteTableShape::Verdict::UNREADABLE;
+    if (storage_failing && !in_memory_) {
+        std::string reason = sqlite3_errmsg(database_);
+        return UseMemoryLocked(spec, StringUtils::FormatString("Writes to the hit database %s fail (%s); %s",
+                                                               file_path_, reason, KEPT_IN_MEMORY));
+    }
+    Log::Error(LOG_TAG, "%d writes in a row have failed on table %s of %s, which has the right shape", write_failures_,
+               spec.name, file_path_);
+    return false;
+}
+
+bool HitDatabaseBase::CreateTableLocked(const SqliteTableSpec& spec) {
+    char* message = nullptr;
+    int rc = sqlite3_exec(database_, spec.create_sql.c_str(), nullptr, nullptr, &message);
+    if (rc != SQLITE_OK) {
+        failure_ = "cannot create table " + spec.name + ": " + (message != nullptr ? message : sqlite3_errstr(rc));
+    }
+    sqlite3_free(message);
+    return rc == SQLITE_OK;
+}
+
+bool HitDatabaseBase::RebuildLocked(const SqliteTableSpec& spec, const std::string& difference) {
+    CloseLocked();
+    write_failures_ = 0;
+    unreadable_rows_.clear();
+    if (in_memory_) {
+        // Nothing to keep: memory holds only this run's rows, which the old table already refused.
+        return UseMemoryLocked(
+            spec, StringUtils::FormatString("Table %s in memory does not match its schema (%s); made it again",
+                                            spec.name, difference));
+    }
+    std::string error;
+    std::string aside = SqliteTableRepair::MoveAside(file_path_, "mismatch", error);
+    if (aside.empty()) {
+        return UseMemoryLocked(
+            spec, StringUtils::FormatString(
+                      "Table %s of %s does not match its schema (%s) and the file cannot be moved aside (%s); %s",
+                      spec.name, file_path_, difference, error, KEPT_IN_MEMORY));
+    }
+    if (OpenFileLocked() != OpenResult::OK || !CreateTableLocked(spec)) {
+        return UseMemoryLocked(
+            spec, StringUtils::FormatString("Table %s of %s does not match its schema (%s); moved the file to %s but "
+                                            "cannot make a new one (%s); %s",
+                                            spec.name, file_path_, difference, aside, failure_, KEPT_IN_MEMORY));
+    }
+    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, aside, spec);
+    Log::Error(
+        LOG_TAG,
+        "Table %s of %s does not match its schema (%s); moved the file to %s and made a new table, carrying over %s",
+        spec.name, file_path_, difference, aside, CarriedText(carried));
+    return true;
+}
+
+bool HitDatabaseBase::UseMemoryLocked(const SqliteTableSpec& spec, const std::string& line) {
+    CloseLocked();
+    write_failures_ = 0;
+    unreadable_rows_.clear();
+    Log::Error(LOG_TAG, "%s", line);
+    return OpenMemoryLocked() && CreateTableLocked(spec);
 }
 
 bool HitDatabaseBase::ExecuteLocked(const std::string& sql) {
@@ -183,13 +321,16 @@ sqlite3_stmt* HitDatabaseBase::PrepareLocked(const std::string& sql) {
     return statement;
 }
 
-bool HitDatabaseBase::StepToDoneLocked(sqlite3_stmt* statement, const char* what) {
+bool HitDatabaseBase::StepToDoneLocked(sqlite3_stmt* statement, const char* what, int* result_code) {
     int rc;
     do {
         rc = sqlite3_step(statement);
     } while (rc == SQLITE_ROW);
     if (rc != SQLITE_DONE) {
         LogErrorLocked(what);
+        if (result_code != nullptr) {
+            *result_code = sqlite3_extended_errcode(database_);
+        }
     }
     sqlite3_reset(statement);
     sqlite3_clear_bindings(statement);
@@ -268,7 +409,7 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
     sqlite3* database = nullptr;
     int rc = sqlite3_open_v2(file_path_.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) {
-        Log::Error(LOG_TAG, "Cannot open database %s: %s", file_path_, std::string(sqlite3_errstr(rc)));
+        failure_ = database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(rc);
         sqlite3_close_v2(database);
         return OpenResult::FAILED;
     }
@@ -288,6 +429,8 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
                 std::string answer = text != nullptr ? reinterpret_cast<const char*>(text) : "";
                 if (std::string(pragma) == "PRAGMA quick_check" && answer != "ok") {
                     result = OpenResult::NOT_A_DATABASE;
+                    // The check's answer spans lines; a log line must not.
+                    std::replace(answer.begin(), answer.end(), '\n', ' ');
                     reason = answer;
                 }
                 rc = SQLITE_OK;
@@ -296,7 +439,7 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
             }
         }
         if (rc != SQLITE_OK && result == OpenResult::OK) {
-            result = IsNotADatabase(rc) ? OpenResult::NOT_A_DATABASE : OpenResult::FAILED;
+            result = SqliteTableRepair::IsCorruption(rc) ? OpenResult::NOT_A_DATABASE : OpenResult::FAILED;
             reason = sqlite3_errmsg(database);
         }
         sqlite3_finalize(statement);
@@ -310,14 +453,24 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
         reason = sqlite3_errmsg(database);
     }
     if (result != OpenResult::OK) {
-        if (result == OpenResult::FAILED) {
-            Log::Error(LOG_TAG, "Cannot use database %s: %s", file_path_, reason);
-        }
+        (result == OpenResult::FAILED ? failure_ : corrupt_reason_) = reason;
         sqlite3_close_v2(database);
         return result;
     }
     database_ = database;
     return OpenResult::OK;
+}
+
+bool HitDatabaseBase::OpenMemoryLocked() {
+    sqlite3* database = nullptr;
+    if (sqlite3_open_v2(":memory:", &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
+        failure_ = database != nullptr ? sqlite3_errmsg(database) : "cannot open a database in memory";
+        sqlite3_close_v2(database);
+        return false;
+    }
+    database_ = database;
+    in_memory_ = true;
+    return true;
 }
 
 void HitDatabaseBase::CloseLocked() {
@@ -333,28 +486,11 @@ void HitDatabaseBase::CloseLocked() {
 
 void HitDatabaseBase::MoveAsideLocked() {
     CloseLocked();
-    long long seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
-    std::string aside = file_path_ + ".corrupt-" + std::to_string(seconds);
-    std::error_code error;
-    for (int n = 1; std::filesystem::exists(aside, error); ++n) {
-        aside = file_path_ + ".corrupt-" + std::to_string(seconds) + "-" + std::to_string(n);
+    std::string error;
+    corrupt_aside_ = SqliteTableRepair::MoveAside(file_path_, "corrupt", error);
+    if (corrupt_aside_.empty()) {
+        failure_ = "it is not a usable database (" + corrupt_reason_ + ") and cannot be moved aside: " + error;
     }
-    std::filesystem::rename(file_path_, aside, error);
-    if (error) {
-        Log::Error(LOG_TAG, "Database %s is not a usable database and could not be moved aside: %s", file_path_,
-                   error.message());
-        return;
-    }
-    // A journal left beside a damaged file belongs to it, never to the fresh one.
-    std::error_code ignored;
-    if (std::filesystem::exists(file_path_ + "-wal", ignored)) {
-        std::filesystem::rename(file_path_ + "-wal", aside + "-wal", ignored);
-    }
-    std::filesystem::remove(file_path_ + "-wal", ignored);
-    std::filesystem::remove(file_path_ + "-shm", ignored);
-    Log::Error(LOG_TAG, "Database %s is not a usable database; moved it to %s and started a fresh one", file_path_,
-               aside);
 }
 
 }  // namespace VelmoraMobile

@@ -8,6 +8,7 @@
 #include <exception>
 #include <system_error>
 
+#include "runtime/hitqueue/HitTableSpec.h"
 #include "runtime/hitqueue/SqliteQueryResult.h"
 #include "runtime/services/DatabaseServiceInterface.h"
 #include "runtime/values/Log.h"
@@ -35,25 +36,6 @@ std::atomic<int64_t>& RetryWaitMs() {
     return wait_ms;
 }
 
-const char* ColumnTypeSql(DatabaseInterface::ColumnDataType type) {
-    switch (type) {
-        case DatabaseInterface::ColumnDataType::INTEGER: return "INTEGER";
-        case DatabaseInterface::ColumnDataType::REAL: return "REAL";
-        case DatabaseInterface::ColumnDataType::TEXT: return "TEXT";
-    }
-    return nullptr;
-}
-
-const char* ConstraintSql(DatabaseInterface::ColumnConstraint constraint) {
-    switch (constraint) {
-        case DatabaseInterface::ColumnConstraint::NOT_NULL: return "NOT NULL";
-        case DatabaseInterface::ColumnConstraint::UNIQUE: return "UNIQUE";
-        case DatabaseInterface::ColumnConstraint::PRIMARY_KEY: return "PRIMARY KEY";
-        case DatabaseInterface::ColumnConstraint::AUTOINCREMENT: return "AUTOINCREMENT";
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& platform_services,
@@ -67,6 +49,7 @@ HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& pla
     if (!processor_) {
         VELMORA_THROW("hit_queue.invalid_argument", "A hit queue needs a processor.");
     }
+    table_spec_ = HitTableSpec::FromSchema(*schema_);
     column_names_ = schema_->GetColumnNames();
     std::string columns;
     for (const auto& name : column_names_) {
@@ -74,13 +57,10 @@ HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& pla
     }
     select_oldest_sql_ =
         "SELECT " + columns + "rowid, " + KeyExpression() + " FROM " + QuoteIdentifier(TableName()) + " ORDER BY rowid";
-    // Virtual calls from here reach this class's versions, which is what construction needs.
-    if (!OpenOrCreateDatabase()) {
-        VELMORA_THROW("hit_queue.database_unavailable", "Cannot open or create the hit database " + GetFilePath());
-    }
-    if (!InitializeDatabase()) {
-        VELMORA_THROW("hit_queue.database_unavailable",
-                      "Cannot create table " + TableName() + " in the hit database " + GetFilePath());
+    // Virtual calls from here reach this class's versions, which is what construction needs. A file
+    // that cannot be used costs this run's hits their persistence, never the queue itself.
+    if (!(OpenOrCreateDatabase() && InitializeDatabase()) && !FallBackToMemory()) {
+        VELMORA_THROW("hit_queue.database_unavailable", "Cannot open a hit database, not even in memory.");
     }
 }
 
@@ -144,35 +124,8 @@ std::string HitQueueBase::KeyColumnOf(const std::shared_ptr<DatabaseHitSchemaBas
 }
 
 bool HitQueueBase::InitializeDatabase() {
-    std::vector<DatabaseInterface::ColumnDataType> types = schema_->GetColumnDataTypes();
-    std::vector<std::vector<DatabaseInterface::ColumnConstraint>> constraints = schema_->GetColumnConstraints();
-    if (column_names_.empty() || types.size() != column_names_.size() || constraints.size() > column_names_.size()) {
-        Log::Error(LOG_TAG, "The schema of table %s does not describe its columns consistently", TableName());
-        return false;
-    }
-    std::string sql = "CREATE TABLE IF NOT EXISTS " + QuoteIdentifier(TableName()) + " (";
-    for (size_t i = 0; i < column_names_.size(); ++i) {
-        const char* type = ColumnTypeSql(types[i]);
-        if (type == nullptr) {
-            Log::Error(LOG_TAG, "Column %s of table %s has an unknown type", column_names_[i], TableName());
-            return false;
-        }
-        sql += (i > 0 ? ", " : "") + QuoteIdentifier(column_names_[i]) + " " + type;
-        if (i < constraints.size()) {
-            for (DatabaseInterface::ColumnConstraint constraint : constraints[i]) {
-                const char* text = ConstraintSql(constraint);
-                if (text == nullptr) {
-                    Log::Error(LOG_TAG, "Column %s of table %s has an unknown constraint", column_names_[i],
-                               TableName());
-                    return false;
-                }
-                sql += std::string(" ") + text;
-            }
-        }
-    }
-    sql += ")";
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
-    return ExecuteLocked(sql);
+    return EnsureTableLocked(table_spec_);
 }
 
 bool HitQueueBase::Dispose(std::chrono::milliseconds timeout) {
@@ -454,14 +407,40 @@ bool HitQueueBase::InsertRow(const std::map<std::string, std::shared_ptr<Variant
     std::string sql = "INSERT INTO " + QuoteIdentifier(TableName()) + " (" + names + ") VALUES (" + placeholders + ")";
 
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
-    sqlite3_stmt* statement = CachedStatementLocked(sql);
-    if (statement == nullptr) {
-        return false;
+    return WriteLocked(sql, columns, nullptr, "insert a row", "the hit was not queued");
+}
+
+bool HitQueueBase::WriteLocked(const std::string& sql,
+                               const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
+                               const std::string* identifier, const char* what, const char* consequence) {
+    for (int attempt = 0;; ++attempt) {
+        // Fetched anew on each attempt: a repair closes the connection and its statements.
+        sqlite3_stmt* statement = CachedStatementLocked(sql);
+        int result_code = HandleLocked() != nullptr ? sqlite3_extended_errcode(HandleLocked()) : SQLITE_MISUSE;
+        if (statement != nullptr) {
+            if (!BindColumnsLocked(statement, columns, consequence)) {
+                return false;  // the value's fault, not the table's
+            }
+            if (identifier != nullptr) {
+                sqlite3_bind_text(statement, static_cast<int>(columns.size() + 1), identifier->data(),
+                                  static_cast<int>(identifier->size()), SQLITE_TRANSIENT);
+            }
+            if (StepToDoneLocked(statement, what, &result_code)) {
+                NoteWriteSucceededLocked();
+                return true;
+            }
+        }
+        // Never silent: the failure is logged above; a table of the wrong shape or a failing file is
+        // repaired here so that the next hits are stored again.
+        if (attempt > 0) {
+            return false;
+        }
+        // A rebuilt table renumbers its rows, so a row read before must not be deleted by its old rowid.
+        ++row_generation_;
+        if (!RecoverFromWriteFailureLocked(table_spec_, result_code)) {
+            return false;
+        }
     }
-    if (!BindColumnsLocked(statement, columns, "the hit was not queued")) {
-        return false;
-    }
-    return StepToDoneLocked(statement, "insert a row");
 }
 
 bool HitQueueBase::BindColumnsLocked(sqlite3_stmt* statement,
@@ -494,18 +473,8 @@ bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Varian
     }
 
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
-    sqlite3_stmt* statement = CachedStatementLocked(sql);
-    if (statement == nullptr) {
-        return false;
-    }
-    if (!BindColumnsLocked(statement, columns, "nothing was updated")) {
-        return false;
-    }
-    if (identifier != nullptr) {
-        sqlite3_bind_text(statement, static_cast<int>(columns.size() + 1), identifier->data(),
-                          static_cast<int>(identifier->size()), SQLITE_TRANSIENT);
-    }
-    bool done = StepToDoneLocked(statement, identifier != nullptr ? "update a row" : "update all rows");
+    bool done = WriteLocked(sql, columns, identifier, identifier != nullptr ? "update a row" : "update all rows",
+                            "nothing was updated");
     if (done) {
         // Changed rows may have become readable.
         unreadable_rows_.clear();

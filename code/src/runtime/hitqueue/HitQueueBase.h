@@ -42,16 +42,19 @@ public:
     static constexpr const char* LOG_TAG = "HitQueue";
 
     /// Opens or creates the file named by `schema->GetDatabaseName()` in the folder of the platform's
-    /// database service, and the table of the schema. Existing rows are kept. Throws SdkError
+    /// database service, and the table of the schema (see HitDatabaseBase for a damaged file or a
+    /// table of another shape). Existing rows are kept. A file that cannot be opened, created or
+    /// written leaves this run on a database in memory, with one error line. Throws SdkError
     /// "platform_services.missing_service" when the platform services or their database service are
-    /// missing (logged at Error), "hit_queue.invalid_argument" without schema or processor, and
-    /// "hit_queue.database_unavailable" when no usable database can be made.
+    /// missing (logged at Error), and "hit_queue.invalid_argument" without processor or with a schema
+    /// that does not describe a table.
     HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& platform_services,
                  const std::shared_ptr<DatabaseHitSchemaBase>& schema,
                  const std::shared_ptr<HitProcessorBase>& processor);
     ~HitQueueBase() override;
 
-    /// Creates the table from the schema's columns, types and constraints, unless it exists.
+    /// Makes sure the table has the schema's columns, types and constraints: creates it when missing,
+    /// and replaces one of another shape (rows that can be read are carried over).
     bool InitializeDatabase() override;
 
     /// Ends the queue. Waits at most `timeout` for the worker to end (0: only starts the shutdown).
@@ -78,7 +81,9 @@ public:
     /// The first row `query` selects as a hit, or an empty pointer (no row, unreadable row, or error).
     std::shared_ptr<DatabaseHitBase> QueryHit(const std::shared_ptr<Query>& query);
     /// Inserts one row from the schema's data map of `hit`. Never sends and never waits for the
-    /// worker; works while suspended. False (logged) when nothing could be stored.
+    /// worker; works while suspended. False (logged with SQLite's message) when nothing could be
+    /// stored; a failure makes the queue check its table, and repeated failures of the file move this
+    /// run to memory, so that one bad table or file does not cost every later hit.
     bool Queue(const std::shared_ptr<DatabaseHitBase>& hit);
     /// The oldest readable row as a hit, or an empty pointer. Unreadable rows met on the way are
     /// logged and passed over from then on.
@@ -117,6 +122,11 @@ private:
     bool BindColumnsLocked(sqlite3_stmt* statement,
                            const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
                            const char* consequence);
+    /// Runs the insert or update `sql` with `columns` bound to 1..n and `identifier` (when given) after
+    /// them. A failure the table's check or a switch to memory can mend is tried once more.
+    bool WriteLocked(const std::string& sql,
+                     const std::vector<std::pair<std::string, std::shared_ptr<Variant>>>& columns,
+                     const std::string* identifier, const char* what, const char* consequence);
     /// UPDATE of every row, or of the row with key `identifier` when it is given.
     bool UpdateRows(const std::map<std::string, std::shared_ptr<Variant>>& values, const std::string* identifier);
     void NoteNewWork();
@@ -151,6 +161,7 @@ private:
     uint64_t row_generation_{0};
 
     // Immutable after construction.
+    SqliteTableSpec table_spec_;
     std::string select_oldest_sql_;
     std::vector<std::string> column_names_;
 };

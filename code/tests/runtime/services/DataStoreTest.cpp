@@ -85,7 +85,7 @@ TEST(DataStoreTest, StoresOfDifferentNamesDoNotMixAlsoUnderSeveralThreads) {
     EXPECT_EQ(second->GetString("key", ""), "store1");
 }
 
-TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderGivesNoStore) {
+TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderKeepsValuesInMemory) {
     TempDir dir;
     const std::string path = dir.File(SqliteLocalStorageService::FILE_NAME);
     {
@@ -108,6 +108,10 @@ TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderGivesNoStore) {
     EXPECT_EQ(OpenStore(dir.Path(), "s")->GetString("key", ""), "value");
 
     PlatformServices services(path);  // a file, not a folder
-    EXPECT_FALSE(services.GetLocalStorageService()->GetDataStore("s"));
-    EXPECT_TRUE(capture.ContainsFragment("Cannot open the data store file"));
+    auto in_memory = services.GetLocalStorageService()->GetDataStore("s");
+    ASSERT_TRUE(in_memory);
+    in_memory->SetString("key", "for this run");
+    EXPECT_EQ(in_memory->GetString("key", ""), "for this run");
+    EXPECT_TRUE(capture.ContainsFragment("; this run keeps its values in memory and leaves the file as it is"));
+    EXPECT_EQ(OpenStore(dir.Path(), "s")->GetString("key", ""), "value");
 }

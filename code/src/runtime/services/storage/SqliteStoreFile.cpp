@@ -2,9 +2,12 @@
 
 #include <sqlite3.h>
 
-#include <cstdio>
-#include <ctime>
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
 
+#include "runtime/services/storage/SqliteTableRepair.h"
+#include "runtime/services/storage/SqliteTableShape.h"
 #include "runtime/values/Log.h"
 
 namespace VelmoraMobile {
@@ -14,17 +17,37 @@ namespace {
 const char* const kLogTag = "SqliteStoreFile";
 const int kBusyTimeoutMs = 5000;
 
+// As SQLite keeps it in sqlite_master, so that the table of a good file matches it word for word.
 const char* const kSchema =
-    "CREATE TABLE IF NOT EXISTS data_stores ("
+    "CREATE TABLE data_stores ("
     " store TEXT NOT NULL,"
     " key TEXT NOT NULL,"
     " type INTEGER NOT NULL,"
     " value,"
     " PRIMARY KEY (store, key)) WITHOUT ROWID";
 
-bool IsCorruption(int code) {
-    int primary = code & 0xFF;
-    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+const char* const kKeptInMemory = "this run keeps its values in memory and leaves the file as it is";
+
+const SqliteTableSpec& StoreSpec() {
+    static const SqliteTableSpec spec = [] {
+        SqliteTableSpec made;
+        made.name = "data_stores";
+        made.create_sql = kSchema;
+        // Only values that read back as what their type says: text or bytes for a string, an
+        // integer for a number or a flag.
+        made.select_sql =
+            "SELECT store, key, type, value FROM data_stores WHERE typeof(store) = 'text' AND typeof(key) = 'text' AND "
+            "((type = 1 AND typeof(value) IN ('text', 'blob')) OR "
+            "(type IN (2, 3) AND typeof(value) = 'integer'))";
+        made.order_by = {"store", "key"};
+        made.insert_sql = "INSERT OR IGNORE INTO main.data_stores (store, key, type, value) VALUES (?1, ?2, ?3, ?4)";
+        return made;
+    }();
+    return spec;
+}
+
+std::string CarriedText(const SqliteTableRepair::Carried& carried) {
+    return std::to_string(carried.rows) + (carried.of >= 0 ? " of " + std::to_string(carried.of) : std::string());
 }
 
 // Binds (store, key) to ?1 and ?2; SQLITE_TRANSIENT since the strings are the caller's.
@@ -57,42 +80,77 @@ SqliteStoreFile::~SqliteStoreFile() {
 
 std::shared_ptr<SqliteStoreFile> SqliteStoreFile::Open(const std::string& path) {
     std::shared_ptr<SqliteStoreFile> file(new SqliteStoreFile(path));
-    if (!file->OpenConnection()) {
+    if (!file->EnsureOpen()) {
         return nullptr;
     }
     return file;
 }
 
-int SqliteStoreFile::TryOpenConnection() {
+bool SqliteStoreFile::IsInMemory() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return in_memory_;
+}
+
+SqliteStoreFile::Opened SqliteStoreFile::TryOpenFile(std::string& reason) {
+    auto fail = [&](int code) {
+        reason = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(code);
+        CloseConnection();
+        return SqliteTableRepair::IsCorruption(code) ? Opened::DAMAGED : Opened::FAILED;
+    };
     int code =
         sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (code != SQLITE_OK) {
-        return code;
+        return fail(code);
     }
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
     // A file that is no database shows only at the first statement that reads it.
-    const char* setup[] = {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=FULL", kSchema};
-    for (const char* sql : setup) {
+    for (const char* sql : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=FULL"}) {
         code = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
         if (code != SQLITE_OK) {
-            return code;
+            return fail(code);
         }
     }
     // The table is small: a quick check at start finds damage before any value is trusted.
     sqlite3_stmt* check = nullptr;
     code = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &check, nullptr);
-    if (code == SQLITE_OK) {
-        code = sqlite3_step(check);
-        if (code == SQLITE_ROW) {
-            const unsigned char* result = sqlite3_column_text(check, 0);
-            code = (result != nullptr && std::string(reinterpret_cast<const char*>(result)) == "ok") ? SQLITE_OK
-                                                                                                     : SQLITE_CORRUPT;
-        }
-        sqlite3_finalize(check);
+    std::string verdict;
+    if (code == SQLITE_OK && (code = sqlite3_step(check)) == SQLITE_ROW) {
+        const unsigned char* text = sqlite3_column_text(check, 0);
+        verdict = text != nullptr ? reinterpret_cast<const char*>(text) : "";
+        code = SQLITE_OK;
     }
+    sqlite3_finalize(check);
     if (code != SQLITE_OK) {
-        return code;
+        return fail(code);
     }
+    if (verdict != "ok") {
+        std::replace(verdict.begin(), verdict.end(), '\n', ' ');  // one log line
+        reason = verdict;
+        CloseConnection();
+        return Opened::DAMAGED;
+    }
+    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSpec().name, kSchema);
+    switch (table.verdict) {
+        case SqliteTableShape::Verdict::MATCHES: break;
+        case SqliteTableShape::Verdict::MISSING:
+            code = sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr);
+            if (code != SQLITE_OK) {
+                return fail(code);
+            }
+            break;
+        case SqliteTableShape::Verdict::DIFFERS:
+            reason = table.detail;
+            CloseConnection();
+            return Opened::MISMATCH;
+        case SqliteTableShape::Verdict::UNREADABLE: return fail(sqlite3_extended_errcode(db_));
+    }
+    if (!PrepareStatements()) {
+        return fail(sqlite3_extended_errcode(db_));
+    }
+    return Opened::OK;
+}
+
+bool SqliteStoreFile::PrepareStatements() {
     struct {
         sqlite3_stmt** statement;
         const char* sql;
@@ -103,35 +161,35 @@ int SqliteStoreFile::TryOpenConnection() {
         {&remove_all_, "DELETE FROM data_stores WHERE store = ?1"},
     };
     for (auto& entry : statements) {
-        code = sqlite3_prepare_v3(db_, entry.sql, -1, SQLITE_PREPARE_PERSISTENT, entry.statement, nullptr);
-        if (code != SQLITE_OK) {
-            return code;
+        if (sqlite3_prepare_v3(db_, entry.sql, -1, SQLITE_PREPARE_PERSISTENT, entry.statement, nullptr) != SQLITE_OK) {
+            return false;
         }
     }
-    return SQLITE_OK;
+    return true;
 }
 
 bool SqliteStoreFile::OpenConnection() {
-    int code = TryOpenConnection();
-    if (code == SQLITE_OK) {
-        return true;
+    std::string reason;
+    switch (TryOpenFile(reason)) {
+        case Opened::OK: return true;
+        case Opened::DAMAGED: return Rebuild("corrupt", "is damaged (" + reason + ")");
+        case Opened::MISMATCH: return Rebuild("mismatch", "holds a table of another shape (" + reason + ")");
+        case Opened::FAILED: break;
     }
-    std::string message = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(code);
-    CloseConnection();
-    if (!IsCorruption(code)) {
-        Log::Error(kLogTag, "Cannot open the data store file (%s): %s", path_, message);
-        return false;
-    }
-    Log::Error(kLogTag, "The data store file (%s) is damaged (%s); moving it aside and starting fresh", path_, message);
-    MoveAside();
-    code = TryOpenConnection();
-    if (code == SQLITE_OK) {
-        return true;
-    }
-    message = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(code);
-    CloseConnection();
-    Log::Error(kLogTag, "Cannot create a fresh data store file (%s): %s", path_, message);
+    failure_ = reason;
     return false;
+}
+
+bool SqliteStoreFile::EnsureOpen() {
+    if (db_ != nullptr) {
+        return true;
+    }
+    if (!in_memory_ && OpenConnection()) {
+        return true;
+    }
+    return UseMemory(
+        StringUtils::FormatString("Cannot use the data store file (%s): %s; %s", path_, failure_, kKeptInMemory),
+        path_);
 }
 
 void SqliteStoreFile::CloseConnection() {
@@ -145,35 +203,86 @@ void SqliteStoreFile::CloseConnection() {
     }
 }
 
-void SqliteStoreFile::MoveAside() {
-    std::string aside = path_ + ".corrupt-" + std::to_string(static_cast<long long>(std::time(nullptr)));
-    if (std::rename(path_.c_str(), aside.c_str()) != 0) {
-        Log::Error(kLogTag, "Cannot move the damaged data store file aside (%s); removing it", path_);
-        std::remove(path_.c_str());
-    } else {
-        Log::Warning(kLogTag, "The damaged data store file was kept as (%s)", aside);
+bool SqliteStoreFile::Rebuild(const char* label, const std::string& what) {
+    CloseConnection();
+    std::string error;
+    std::string aside = SqliteTableRepair::MoveAside(path_, label, error);
+    if (aside.empty()) {
+        return UseMemory(StringUtils::FormatString("The data store file (%s) %s and cannot be moved aside (%s); %s",
+                                                   path_, what, error, kKeptInMemory),
+                         path_);
     }
-    // A journal left beside a damaged file belongs to it, not to the fresh one.
-    for (const char* suffix : {"-wal", "-shm", "-journal"}) {
-        std::string companion = path_ + suffix;
-        std::string companion_aside = aside + suffix;
-        if (std::rename(companion.c_str(), companion_aside.c_str()) != 0) {
-            std::remove(companion.c_str());
-        }
+    std::string reason;
+    if (TryOpenFile(reason) != Opened::OK) {
+        return UseMemory(StringUtils::FormatString(
+                             "The data store file (%s) %s; moved it to (%s) but cannot make a fresh one (%s); %s",
+                             path_, what, aside, reason, kKeptInMemory),
+                         aside);
     }
+    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(db_, aside, StoreSpec());
+    Log::Error(
+        kLogTag,
+        "The data store file (%s) %s; moved it to (%s) and started a fresh one with the %s values that could be read",
+        path_, what, aside, CarriedText(carried));
+    return true;
+}
+
+bool SqliteStoreFile::UseMemory(const std::string& line, const std::string& source) {
+    sqlite3* memory = nullptr;
+    if (sqlite3_open_v2(":memory:", &memory, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK ||
+        sqlite3_exec(memory, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        sqlite3_close_v2(memory);
+        CloseConnection();
+        Log::Error(kLogTag, "%s; not even memory can be had", line);
+        return false;
+    }
+    // Read while the file's own connection is still open: a file that takes no writes may not let a
+    // new reader set up its shared memory.
+    std::error_code ignored;
+    SqliteTableRepair::Carried carried;
+    if (std::filesystem::is_regular_file(source, ignored)) {
+        carried = SqliteTableRepair::CarryRows(memory, source, StoreSpec());
+    }
+    CloseConnection();
+    db_ = memory;
+    in_memory_ = true;
+    if (!PrepareStatements()) {
+        CloseConnection();
+        Log::Error(kLogTag, "%s; not even memory can be had", line);
+        return false;
+    }
+    Log::Error(kLogTag, "%s (%s values read from it)", line, CarriedText(carried));
+    return true;
 }
 
 bool SqliteStoreFile::RecoverFrom(int code, const char* what) {
     std::string message = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(code);
-    if (!IsCorruption(code)) {
-        Log::Error(kLogTag, "Data store %s failed (%s): %s", what, path_, message);
+    if (SqliteTableRepair::IsCorruption(code) && !in_memory_) {
+        // Other stores' values, the configuration's stored opt-out among them, come along.
+        return Rebuild("corrupt", std::string("was found damaged at a ") + what + " (" + message + ")");
+    }
+    Log::Error(kLogTag, "Data store %s failed (%s): %s", what, path_, message);
+    if (db_ == nullptr) {
         return false;
     }
-    Log::Error(kLogTag, "Data store %s found the file (%s) damaged (%s); moving it aside and starting fresh", what,
-               path_, message);
-    CloseConnection();
-    MoveAside();
-    return OpenConnection();
+    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSpec().name, kSchema);
+    if (table.verdict == SqliteTableShape::Verdict::MISSING) {
+        return sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) == SQLITE_OK;
+    }
+    if (table.verdict == SqliteTableShape::Verdict::DIFFERS && !in_memory_) {
+        return Rebuild("mismatch", "holds a table of another shape (" + table.detail + ")");
+    }
+    // A file that takes no more writes: the values go on in memory, starting from what the file
+    // still gives. A failed read alone changes nothing: memory could not hold more than the file.
+    bool writing = std::string(what) != "read";
+    bool storage_failing =
+        SqliteTableRepair::IsStorageFailure(code) || table.verdict == SqliteTableShape::Verdict::UNREADABLE;
+    if (in_memory_ || !writing || !storage_failing) {
+        return false;
+    }
+    return UseMemory(
+        StringUtils::FormatString("Writes to the data store file (%s) fail (%s); %s", path_, message, kKeptInMemory),
+        path_);
 }
 
 bool SqliteStoreFile::Write(const std::string& store, const std::string& key, const Value& value) {
@@ -183,7 +292,7 @@ bool SqliteStoreFile::Write(const std::string& store, const std::string& key, co
     }
     std::lock_guard<std::mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (db_ == nullptr && !OpenConnection()) {
+        if (!EnsureOpen()) {
             return false;
         }
         int code = BindStoreKey(write_, store, &key);
@@ -216,7 +325,7 @@ std::optional<SqliteStoreFile::Value> SqliteStoreFile::Read(const std::string& s
     }
     std::lock_guard<std::mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (db_ == nullptr && !OpenConnection()) {
+        if (!EnsureOpen()) {
             return std::nullopt;
         }
         int code = BindStoreKey(read_, store, &key);
@@ -257,7 +366,7 @@ bool SqliteStoreFile::Remove(const std::string& store, const std::string& key) {
     }
     std::lock_guard<std::mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (db_ == nullptr && !OpenConnection()) {
+        if (!EnsureOpen()) {
             return false;
         }
         int code = BindStoreKey(remove_, store, &key);
@@ -281,7 +390,7 @@ bool SqliteStoreFile::RemoveAll(const std::string& store) {
     }
     std::lock_guard<std::mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
-        if (db_ == nullptr && !OpenConnection()) {
+        if (!EnsureOpen()) {
             return false;
         }
         int code = BindStoreKey(remove_all_, store, nullptr);

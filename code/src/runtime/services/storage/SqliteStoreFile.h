@@ -12,9 +12,16 @@ struct sqlite3_stmt;
 namespace VelmoraMobile {
 
 /// The one SQLite file behind all data stores: a table of typed values keyed by (store, key),
-/// in WAL mode with full sync, so every write is durable when the call returns. A file that
-/// turns out not to be a database, or to be corrupt, is logged, moved aside and replaced by a
-/// fresh one. Every member is serialised by an internal lock: callable from any thread.
+/// in WAL mode with full sync, so every write is durable when the call returns.
+///
+/// No repair loses a value that can still be read, and none deletes the file:
+/// - a damaged file, or one whose table has another shape, is moved aside and replaced by a fresh
+///   one that gets every value that can still be read, of every store, with one error line; this
+///   holds at open and when an operation later finds damage;
+/// - a file that cannot be opened, created or written (read-only or full folder, a directory in its
+///   place) is left as it is: this run keeps the values in memory, starting from those the file
+///   still gives, so that a stored opt-out is still seen.
+/// Every member is serialised by an internal lock: callable from any thread.
 class SqliteStoreFile {
 public:
     enum class ValueType : int32_t { STRING = 1, LONG = 2, BOOLEAN = 3 };
@@ -25,7 +32,8 @@ public:
         int64_t number = 0;  // LONG, BOOLEAN (0 or 1)
     };
 
-    /// Opens (and if needed creates or replaces) the file; null when it cannot be opened (logged).
+    /// Opens (and if needed creates, repairs or replaces by memory) the file; null only when not even
+    /// a database in memory can be had.
     static std::shared_ptr<SqliteStoreFile> Open(const std::string& path);
 
     ~SqliteStoreFile();
@@ -41,19 +49,29 @@ public:
     bool RemoveAll(const std::string& store);
 
     const std::string& Path() const { return path_; }
+    /// True when this run keeps the values in memory because the file could not be used.
+    bool IsInMemory();
 
 private:
     explicit SqliteStoreFile(const std::string& path);
 
-    /// Opens the connection and prepares the statements; on a corrupt file moves it aside
-    /// and tries once more. Called with the lock held (or before the object is shared).
+    enum class Opened { OK, DAMAGED, MISMATCH, FAILED };
+    /// Opens the file, checks it and its table, prepares the statements; `reason` tells a failure.
+    Opened TryOpenFile(std::string& reason);
+    bool PrepareStatements();
+    /// Opens the file, replacing a damaged one or one with a table of another shape. False
+    /// (failure_ set) when the file cannot be used.
     bool OpenConnection();
-    /// Result code of the attempt; SQLITE_OK when everything is ready.
-    int TryOpenConnection();
+    /// A usable connection: the file's, or else memory's (one error line). False only without memory.
+    bool EnsureOpen();
     void CloseConnection();
-    void MoveAside();
-    /// After an operation failed with `code`: a corrupt file is replaced, and true means that
-    /// the operation may be tried again.
+    /// Moves the file aside under `label` and makes a fresh one with the values that can be read;
+    /// `what` says why, for the one error line. False (failure_ set) when that cannot be done.
+    bool Rebuild(const char* label, const std::string& what);
+    /// Opens memory with the values `source` still gives; logs `line` and how many came along.
+    bool UseMemory(const std::string& line, const std::string& source);
+    /// After an operation failed with `code`: repairs what can be repaired; true means that the
+    /// operation may be tried again.
     bool RecoverFrom(int code, const char* what);
 
     std::string path_;
@@ -63,6 +81,8 @@ private:
     sqlite3_stmt* read_ = nullptr;
     sqlite3_stmt* remove_ = nullptr;
     sqlite3_stmt* remove_all_ = nullptr;
+    bool in_memory_ = false;
+    std::string failure_;
 };
 
 }  // namespace VelmoraMobile

@@ -1,0 +1,228 @@
+// The module on a data folder whose files are damaged, of another shape or unusable: it starts,
+// one error line names the problem, a sync reaches the server, and nothing stored is deleted.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "identity/hits/IdentityDatabaseHitSchema.h"
+#include "identity/hits/IdentityHitProcessor.h"
+#include "identity/hits/IdentityHitQueue.h"
+#include "identity/module/Identity.h"
+#include "runtime/services/PlatformServices.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
+#include "tests/identity/support/IdentityHarness.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempDir.h"
+#include "tools/server/TestIdentityServer.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::IdentityHarness;
+using VelmoraTest::LogCapture;
+using VelmoraTest::TempDir;
+using VelmoraTestServer::TestIdentityServer;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+const std::string HITS = "VLBMobileIdentity.sqlite";
+const std::string STORES = "VelmoraDataStores.sqlite";
+const std::string STORED_MID = "12345678901234567890123456789012345678";
+
+void Sql(const std::string& path, const Strings& statements) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    for (const auto& sql : statements) {
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    }
+    sqlite3_close(db);
+}
+
+size_t CountRows(const std::string& path, const std::string& table) {
+    sqlite3* db = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    size_t count = 0;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, ("SELECT count(*) FROM " + table).c_str(), -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW) {
+        count = static_cast<size_t>(sqlite3_column_int64(statement, 0));
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    return count;
+}
+
+/// A hit file as the program makes it, with one stored hit, whose table statement then loses its
+/// "SSL" column to three overwritten bytes: a healthy file to every integrity check.
+void DamageSchemaText(const std::string& folder, const std::string& url) {
+    {
+        auto services = std::make_shared<PlatformServices>(folder);
+        auto processor = std::make_shared<IdentityHitProcessor>(services->GetNetworkService(), nullptr, nullptr,
+                                                                std::make_shared<Identity>());
+        auto queue =
+            std::make_shared<IdentityHitQueue>(services, std::make_shared<IdentityDatabaseHitSchema>(), processor);
+        auto hit = std::make_shared<IdentityDatabaseHit>();
+        hit->url = url;
+        hit->timestamp = std::chrono::seconds(1700000000);
+        ASSERT_TRUE(queue->Queue(hit));
+    }
+    const std::string path = folder + "/" + HITS;
+    std::string bytes;
+    {
+        std::ifstream in(path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    size_t at = bytes.find("\"SSL\" INTEGER");
+    ASSERT_NE(at, std::string::npos);
+    bytes.replace(at + 1, 3, "S~L");
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string AsideOf(const std::string& folder, const std::string& file, const std::string& label) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::string name = entry.path().filename().string();
+        if (name.rfind(file + "." + label + "-", 0) == 0 && name.find("-wal") == std::string::npos &&
+            name.find("-shm") == std::string::npos) {
+            return entry.path().string();
+        }
+    }
+    return "";
+}
+
+}  // namespace
+
+TEST(DamagedFilesTest, TheModuleStartsNamesTheProblemOnceSyncsAndKeepsWhatWasStored) {
+    TestIdentityServer server;
+    const std::string old_url = server.BaseUrl() + "/id?old=1";
+    const std::string hit_columns =
+        "ID INTEGER PRIMARY KEY AUTOINCREMENT, URL TEXT, TIMESTAMP INTEGER, PAIR_ID TEXT, "
+        "EVENT_NUMBER INTEGER, SSL INTEGER";
+    const std::string old_row = "INSERT INTO IDENTITY_REQUESTS (URL, TIMESTAMP, PAIR_ID, EVENT_NUMBER, SSL) VALUES ('" +
+                                old_url + "', 1700000000, 'p', 1, 0)";
+    const std::string mismatch = "Table IDENTITY_REQUESTS of %F does not match its schema (";
+    const std::string moved = "); moved the file to %A and made a new table, carrying over ";
+    struct Case {
+        const char* what;
+        std::function<void(const std::string& folder)> make;
+        std::string file;   // the file the problem is in
+        std::string label;  // where it is moved aside; empty when it is left in place
+        std::string line;   // %F the file, %A the file moved aside
+        bool old_row_sent;
+        bool mid_kept;
+    };
+    const std::vector<Case> cases = {
+        {"damaged schema text", [&](const std::string& f) { DamageSchemaText(f, old_url); }, HITS, "mismatch",
+         mismatch + "no column SSL; extra column S~L INTEGER" + moved + "0 of 1 row", false, false},
+        {"other types",
+         [&](const std::string& f) {
+             Sql(f + "/" + HITS,
+                 {"CREATE TABLE IDENTITY_REQUESTS (ID TEXT, URL BLOB, TIMESTAMP TEXT, PAIR_ID TEXT, "
+                  "EVENT_NUMBER TEXT, SSL TEXT)",
+                  "INSERT INTO IDENTITY_REQUESTS VALUES ('x', CAST('" + old_url + "' AS BLOB), '1', 'p', '1', '0')"});
+         },
+         HITS, "mismatch",
+         mismatch +
+             "ID is TEXT, not INTEGER; ID lacks PRIMARY KEY; ID lacks AUTOINCREMENT; URL is BLOB, not TEXT; "
+             "TIMESTAMP is TEXT, not INTEGER; EVENT_NUMBER is TEXT, not INTEGER; SSL is TEXT, not INTEGER" +
+             moved + "0 of 1 row",
+         false, false},
+        {"some columns",
+         [&](const std::string& f) {
+             Sql(f + "/" + HITS, {"CREATE TABLE IDENTITY_REQUESTS (ID INTEGER PRIMARY KEY AUTOINCREMENT, URL TEXT)",
+                                  "INSERT INTO IDENTITY_REQUESTS (URL) VALUES ('" + old_url + "')"});
+         },
+         HITS, "mismatch", mismatch + "no column TIMESTAMP, PAIR_ID, EVENT_NUMBER, SSL" + moved + "0 of 1 row", false,
+         false},
+        {"an extra NOT NULL column",
+         [&](const std::string& f) {
+             Sql(f + "/" + HITS,
+                 {"CREATE TABLE IDENTITY_REQUESTS (" + hit_columns + ", EXTRA TEXT NOT NULL DEFAULT '')", old_row});
+         },
+         HITS, "mismatch", mismatch + "extra column EXTRA TEXT NOT NULL" + moved + "1 of 1 row", true, false},
+        {"one column",
+         [&](const std::string& f) {
+             Sql(f + "/" + HITS, {"CREATE TABLE IDENTITY_REQUESTS (x)", "INSERT INTO IDENTITY_REQUESTS VALUES (1)"});
+         },
+         HITS, "mismatch",
+         mismatch + "no column ID, URL, TIMESTAMP, PAIR_ID, EVENT_NUMBER, SSL; extra column x" + moved + "0 of 1 row",
+         false, false},
+        {"a view",
+         [&](const std::string& f) { Sql(f + "/" + HITS, {"CREATE VIEW IDENTITY_REQUESTS AS SELECT 1 AS ID"}); }, HITS,
+         "mismatch", mismatch + "it is a view, not a table" + moved + "0 of 0 rows", false, false},
+        {"a directory in place of the hit file",
+         [&](const std::string& f) { std::filesystem::create_directories(f + "/" + HITS); }, HITS, "",
+         "Cannot use the hit database %F (unable to open database file); this run keeps its hits in memory and "
+         "leaves the file as it is",
+         false, false},
+        {"a store table with a rowid",
+         [&](const std::string& f) {
+             Sql(f + "/" + STORES,
+                 {"CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
+                  "PRIMARY KEY (store, key))",
+                  "INSERT INTO data_stores VALUES ('visitorIDServiceDataStore', 'VELMORAMOBILE_PERSISTED_MID', 1, '" +
+                      STORED_MID + "')"});
+         },
+         STORES, "mismatch",
+         "The data store file (%F) holds a table of another shape (the table has a rowid); moved it to (%A) and "
+         "started a fresh one with the 1 of 1 values that could be read",
+         false, true},
+        {"a directory in place of the store file",
+         [&](const std::string& f) { std::filesystem::create_directories(f + "/" + STORES); }, STORES, "",
+         "Cannot use the data store file (%F): unable to open database file; this run keeps its values in memory "
+         "and leaves the file as it is (0 values read from it)",
+         false, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDir dir;
+        c.make(dir.Path());
+        server.ClearRequests();
+        LogCapture log;
+        IdentityHarness harness(dir.Path());
+        harness.RegisterIdentity();
+        VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                         {{"ondaraCloud.org", "ORG@VelmoraOrg"}, {"global.privacy", "optedin"}});
+        harness.Boot();
+        // The boot's forced sync, and the old hit when it was carried over.
+        ASSERT_TRUE(server.WaitForRequests(c.old_row_sent ? 2 : 1, std::chrono::seconds(20)));
+        harness.Shutdown();
+
+        const std::string file = dir.File(c.file);
+        const std::string aside = c.label.empty() ? "" : AsideOf(dir.Path(), c.file, c.label);
+        std::string line = c.line;
+        line.replace(line.find("%F"), 2, file);
+        if (!c.label.empty()) {
+            ASSERT_FALSE(aside.empty());
+            line.replace(line.find("%A"), 2, aside);
+        }
+        Strings errors;
+        for (const auto& l : log.Lines()) {
+            if (l.mode == LoggingMode::ERROR_LOG) errors.push_back(l.message);
+        }
+        EXPECT_EQ(errors, Strings{line});
+
+        Strings mids;
+        size_t old_sent = 0;
+        for (const auto& request : server.Requests()) {
+            old_sent += request.params.count("old");
+            if (request.params.count("d_mid") > 0) mids.push_back(request.params.at("d_mid"));
+        }
+        EXPECT_EQ(old_sent, c.old_row_sent ? 1u : 0u);
+        ASSERT_EQ(mids.size(), 1u);
+        EXPECT_EQ(mids[0] == STORED_MID, c.mid_kept) << mids[0];
+        // Nothing is deleted: what was stored is still in the file moved aside, or left in place.
+        if (c.label.empty()) {
+            EXPECT_TRUE(std::filesystem::is_directory(file));
+        } else if (c.file == HITS && std::string(c.what) != "a view") {
+            EXPECT_EQ(CountRows(aside, "IDENTITY_REQUESTS"), 1u);
+        } else if (c.file == STORES) {
+            EXPECT_EQ(CountRows(aside, "data_stores"), 1u);
+        }
+    }
+}

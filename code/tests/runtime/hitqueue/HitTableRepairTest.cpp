@@ -1,0 +1,223 @@
+// A hit table of the wrong shape, or a file that takes no writes, never costs later hits: every
+// shape is made by SQL in a temporary folder before or while the queue has the file open.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/runtime/hitqueue/HitQueueTestSupport.h"
+#include "tests/runtime/services/storage/FullDisk.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+
+using namespace VelmoraMobile;
+using namespace VelmoraTest;
+using Rows = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+class HitTableRepairTest : public ::testing::Test {
+protected:
+    void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
+    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
+
+    std::string File() const { return dir_.File(TestHitSchema::DATABASE); }
+    /// Runs the statements on the database file, which is made when missing.
+    void Sql(const Strings& statements) const {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(File().c_str(), &db), SQLITE_OK);
+        for (const auto& sql : statements) {
+            EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+        }
+        sqlite3_close(db);
+    }
+    /// The files moved aside under `label`.
+    Strings Aside(const std::string& label) const {
+        Strings found;
+        for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
+            std::string name = entry.path().filename().string();
+            if (name.rfind(std::string(TestHitSchema::DATABASE) + "." + label + "-", 0) == 0 &&
+                name.find("-wal") == std::string::npos) {
+                found.push_back(entry.path().string());
+            }
+        }
+        return found;
+    }
+
+    TempDir dir_;
+};
+
+Strings Errors(const LogCapture& log) {
+    Strings errors;
+    for (const auto& line : log.Lines()) {
+        if (line.mode == LoggingMode::ERROR_LOG) errors.push_back(line.message);
+    }
+    return errors;
+}
+
+}  // namespace
+
+TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsReadableRowsCarriedOver) {
+    const std::string good = "ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT INTEGER";
+    struct Case {
+        const char* what;
+        Strings make;
+        std::string difference;
+        std::string carried;
+        Rows rows;  // ID, PAYLOAD, COUNT of the new table
+    };
+    const std::vector<Case> cases = {
+        {"other types",
+         {"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
+          "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1')",
+          "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2')",
+          "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3')",
+          "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)"},
+         "ID is TEXT, not INTEGER; ID lacks PRIMARY KEY; ID lacks AUTOINCREMENT; PAYLOAD is BLOB, not TEXT; "
+         "TIMESTAMP is TEXT, not INTEGER; COUNT is TEXT, not INTEGER",
+         "1 of 4 rows",
+         {{"1", "old-1", "1"}}},
+        {"an extra NOT NULL column",
+         {"CREATE TABLE TEST_HITS (" + good + ", EXTRA TEXT NOT NULL)",
+          "INSERT INTO TEST_HITS VALUES (5, 'old-5', 1700000005, 5, 'x')",
+          "INSERT INTO TEST_HITS VALUES (9, 'old-9', 1700000009, 9, 'x')"},
+         "extra column EXTRA TEXT NOT NULL",
+         "2 of 2 rows",
+         {{"5", "old-5", "5"}, {"9", "old-9", "9"}}},
+        {"a view", {"CREATE VIEW TEST_HITS AS SELECT 1 AS ID"}, "it is a view, not a table", "0 of 0 rows", {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(dir_.Path());
+        std::filesystem::create_directories(dir_.Path());
+        Sql(c.make);
+        Rows before = SqlRows(File(), "SELECT * FROM TEST_HITS");
+        LogCapture log;
+        QueueParts parts(dir_);
+        auto queue = parts.Build();
+
+        Strings aside = Aside("mismatch");
+        ASSERT_EQ(aside.size(), 1u) << testing::PrintToString(Errors(log));
+        EXPECT_EQ(Errors(log),
+                  (Strings{"Table TEST_HITS of " + File() + " does not match its schema (" + c.difference +
+                           "); moved the file to " + aside[0] + " and made a new table, carrying over " + c.carried}));
+        // Nothing is lost: the old table stands as it was in the file moved aside.
+        EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM TEST_HITS"), before);
+        EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD, COUNT FROM TEST_HITS ORDER BY ID"), c.rows);
+
+        ASSERT_TRUE(queue->Queue(MakeHit("new")));
+        queue->BringOnline();
+        ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == c.rows.size() + 1; }));
+        Strings expected;
+        for (const auto& row : c.rows) expected.push_back(row[1]);
+        expected.push_back("new");
+        EXPECT_EQ(parts.processor->Payloads(), expected);
+        while (!queue->Dispose(std::chrono::milliseconds(1000))) {
+        }
+    }
+}
+
+TEST_F(HitTableRepairTest, ADamagedFileIsMovedAsideAndTheRowsOutsideTheDamageAreCarriedOver) {
+    const int rows = 200;
+    {
+        QueueParts parts(dir_);
+        auto queue = parts.Build();
+        for (int i = 0; i < rows; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(100, 'p') + std::to_string(i), i)));
+    }
+    Rows leaves =
+        SqlRows(File(), "SELECT pageno FROM dbstat WHERE name = 'TEST_HITS' AND pagetype = 'leaf' ORDER BY path");
+    ASSERT_GE(leaves.size(), 5u);
+    {
+        std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp((std::stol(leaves[leaves.size() / 2][0]) - 1) * 4096);
+        file << std::string(4096, '\xff');
+    }
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    Strings aside = Aside("corrupt");
+    ASSERT_EQ(aside.size(), 1u);
+    Strings errors = Errors(log);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].rfind("Database " + File() + " is not a usable database (", 0), 0u) << errors[0];
+    EXPECT_NE(errors[0].find("); moved it to " + aside[0] + " and started a fresh one, carrying over "),
+              std::string::npos);
+    EXPECT_EQ(errors[0].find('\n'), std::string::npos) << errors[0];
+    // The rows before and after the damaged page keep their keys and their order.
+    Rows kept = SqlRows(File(), "SELECT ID, COUNT FROM TEST_HITS ORDER BY ID");
+    ASSERT_GT(kept.size(), rows / 2u);
+    ASSERT_LT(kept.size(), static_cast<size_t>(rows));
+    EXPECT_EQ(kept.front(), (Strings{"1", "0"}));
+    EXPECT_EQ(kept.back(), (Strings{std::to_string(rows), std::to_string(rows - 1)}));
+    size_t gaps = 0;
+    for (size_t i = 1; i < kept.size(); ++i) gaps += std::stoi(kept[i][0]) != std::stoi(kept[i - 1][0]) + 1;
+    EXPECT_EQ(gaps, 1u);
+}
+
+TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIsStoredAfterAll) {
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    ASSERT_TRUE(queue->Queue(MakeHit("a", 1)));
+    // Another program swaps the table under the open queue for one that refuses every insert.
+    Sql({"CREATE TABLE OLD AS SELECT * FROM TEST_HITS", "DROP TABLE TEST_HITS",
+         "CREATE TABLE TEST_HITS (ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT "
+         "INTEGER, EXTRA TEXT NOT NULL)",
+         "INSERT INTO TEST_HITS SELECT *, 'x' FROM OLD", "DROP TABLE OLD"});
+    LogCapture log;
+    EXPECT_TRUE(queue->Queue(MakeHit("b", 2)));
+    Strings aside = Aside("mismatch");
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(Errors(log),
+              (Strings{"Failed to insert a row in table TEST_HITS of " + File() +
+                           ": NOT NULL constraint failed: TEST_HITS.EXTRA",
+                       "Table TEST_HITS of " + File() +
+                           " does not match its schema (extra column EXTRA TEXT NOT NULL); moved the file to " +
+                           aside[0] + " and made a new table, carrying over 1 of 1 row"}));
+    EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD FROM TEST_HITS ORDER BY ID"), (Rows{{"1", "a"}, {"2", "b"}}));
+    EXPECT_FALSE(queue->IsInMemory());
+}
+
+TEST_F(HitTableRepairTest, AFileThatCannotBeUsedLeavesTheRunInMemoryAndTheFileAsItIs) {
+    // A directory where the file should be: nothing can be opened, and nothing is touched.
+    {
+        std::filesystem::create_directories(File());
+        LogCapture log;
+        QueueParts parts(dir_);
+        auto queue = parts.Build();
+        EXPECT_TRUE(queue->IsInMemory());
+        EXPECT_EQ(Errors(log), (Strings{"Cannot use the hit database " + File() +
+                                        " (unable to open database file); this run keeps its hits in memory and "
+                                        "leaves the file as it is"}));
+        ASSERT_TRUE(queue->Queue(MakeHit("kept in memory")));
+        queue->BringOnline();
+        ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+        EXPECT_TRUE(std::filesystem::is_directory(File()));
+        while (!queue->Dispose(std::chrono::milliseconds(1000))) {
+        }
+        std::filesystem::remove(File());
+    }
+    // A disk that fills up at run time: the rows already stored stay in the file, new ones go on in
+    // memory from the first write that fails, so none is lost.
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    ASSERT_TRUE(queue->Queue(MakeHit("stored")));
+    SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
+    LogCapture log;
+    {
+        FullDisk full;
+        EXPECT_TRUE(queue->Queue(MakeHit("while full")));
+    }
+    Strings errors = Errors(log);
+    ASSERT_EQ(errors.size(), 2u);
+    EXPECT_EQ(errors[0].rfind("Failed to insert a row in table TEST_HITS of " + File() + ": ", 0), 0u) << errors[0];
+    EXPECT_EQ(errors[1].rfind("Writes to the hit database " + File() + " fail (", 0), 0u) << errors[1];
+    EXPECT_NE(errors[1].find("); this run keeps its hits in memory and leaves the file as it is"), std::string::npos);
+    EXPECT_TRUE(queue->IsInMemory());
+    ASSERT_TRUE(queue->Queue(MakeHit("later")));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"while full", "later"}));
+    EXPECT_EQ(SqlRows(File(), "SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"stored"}}));
+}

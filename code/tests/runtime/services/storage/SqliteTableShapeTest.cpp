@@ -1,0 +1,85 @@
+// What the table check tells apart: every shape is made by SQL in a database in memory.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "runtime/services/storage/SqliteTableShape.h"
+
+using namespace VelmoraMobile;
+using Verdict = SqliteTableShape::Verdict;
+
+namespace {
+
+const std::string WANTED = R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER))";
+const std::string COLUMNS = R"(("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER))";
+
+struct Case {
+    const char* what;
+    std::vector<std::string> statements;
+    Verdict verdict;
+    std::string detail;
+};
+
+SqliteTableShape::Finding CheckAfter(const std::vector<std::string>& statements) {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(":memory:", &db), SQLITE_OK);
+    for (const auto& sql : statements)
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    SqliteTableShape::Finding finding = SqliteTableShape::Check(db, "main", "T", WANTED);
+    sqlite3_close(db);
+    return finding;
+}
+
+}  // namespace
+
+TEST(SqliteTableShapeTest, NamesWhatDiffersFromTheStatement) {
+    const std::vector<Case> cases = {
+        {"none", {}, Verdict::MISSING, ""},
+        {"made by the statement", {WANTED}, Verdict::MATCHES, ""},
+        {"made only if missing", {"CREATE TABLE IF NOT EXISTS \"T\" " + COLUMNS}, Verdict::MATCHES, ""},
+        {"with an index of its own", {WANTED, "CREATE INDEX i ON T(URL)"}, Verdict::MATCHES, ""},
+        {"other types",
+         {R"(CREATE TABLE "T" ("ID" TEXT, "URL" BLOB, "N" integer))"},
+         Verdict::DIFFERS,
+         "ID is TEXT, not INTEGER; ID lacks PRIMARY KEY; ID lacks AUTOINCREMENT; URL is BLOB, not TEXT"},
+        {"some columns",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT))"},
+         Verdict::DIFFERS,
+         "no column URL, N"},
+        {"an extra NOT NULL column",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER, "X" TEXT NOT NULL))"},
+         Verdict::DIFFERS,
+         "extra column X TEXT NOT NULL"},
+        {"one column", {"CREATE TABLE T (x)"}, Verdict::DIFFERS, "no column ID, URL, N; extra column x"},
+        {"a view", {"CREATE VIEW t AS SELECT 1 AS ID"}, Verdict::DIFFERS, "it is a view, not a table"},
+        {"another order",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "N" INTEGER, "URL" TEXT))"},
+         Verdict::DIFFERS,
+         "columns in another order"},
+        {"other constraints",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY, "URL" TEXT UNIQUE, "N" INTEGER NOT NULL DEFAULT 0))"},
+         Verdict::DIFFERS,
+         "ID lacks AUTOINCREMENT; URL has UNIQUE; N has NOT NULL; N has a DEFAULT"},
+        {"without rowid",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY, "URL" TEXT, "N" INTEGER) WITHOUT ROWID)"},
+         Verdict::DIFFERS,
+         "ID has NOT NULL; ID lacks AUTOINCREMENT; the table is WITHOUT ROWID"},
+        {"a CHECK",
+         {R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER CHECK (N > 0)))"},
+         Verdict::DIFFERS,
+         R"(its statement differs: CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER CHECK (N > 0)))"},
+        {"a trigger",
+         {WANTED, "CREATE TRIGGER refuse BEFORE INSERT ON T BEGIN SELECT RAISE(ABORT, 'no'); END"},
+         Verdict::DIFFERS,
+         "trigger refuse"},
+        {"a unique index", {WANTED, "CREATE UNIQUE INDEX once ON T(URL)"}, Verdict::DIFFERS, "unique index once"},
+    };
+    for (const auto& c : cases) {
+        SqliteTableShape::Finding finding = CheckAfter(c.statements);
+        EXPECT_EQ(finding.verdict, c.verdict) << c.what;
+        EXPECT_EQ(finding.detail, c.detail) << c.what;
+    }
+}
