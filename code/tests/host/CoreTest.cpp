@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -59,8 +60,10 @@ protected:
 
 TEST_F(CoreTest, ReturnsWithTheModulesRegisteredSoTheFirstCallIsAnswered) {
     Core core(Options());
-    // The configuration extension's OnRegistered announces its pending state; it has run.
+    // Both modules' OnRegistered have run: the configuration extension announced its state and
+    // the identity module opened its hit database.
     EXPECT_TRUE(core.Running()->event_hub->HasSharedEventState(CONFIG_STATE));
+    EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
     EXPECT_EQ(core.Running()->data_dir, dir.Path());
 
