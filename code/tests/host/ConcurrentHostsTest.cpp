@@ -22,7 +22,12 @@ namespace {
 TEST(ConcurrentHosts, EightThreadsGetTheirOwnAnswers) {
     constexpr int THREADS = 8;
     constexpr int ROUNDS = 25;
+    // The server refuses every sync, so no answer is applied beside the module's tasks: this test
+    // is about the host threads; the hit pipeline under load has its own stress test.
     VelmoraTestServer::TestIdentityServer server;
+    VelmoraTestServer::Fault refusal;
+    refusal.status = 503;
+    server.SetDefaultFault(refusal);
     VelmoraTest::TempDir dir;
     CoreOptions options;
     options.data_dir = dir.Path();

@@ -29,7 +29,7 @@ IdentityPublicApi::StringAnswerCallback WrapStringCallback(const IdentityPublicA
 
 std::shared_ptr<IdentityPublicApi> IdentityPublicApi::Create(
     const std::shared_ptr<EventHub>& event_hub, const std::shared_ptr<PlatformServicesInterface>& platform_services) {
-    std::shared_ptr<IdentityPublicApi> api(new IdentityPublicApi());
+    auto api = std::make_shared<IdentityPublicApi>(Passkey());
     api->event_hub = event_hub;
     api->platform_services = platform_services;
     return api;

@@ -23,9 +23,9 @@ namespace VelmoraMobile {
 /// answered never calls back. A getter with an empty callback sends nothing.
 ///
 /// Cheap: make one per call (Create) or keep one; it owns nothing but two shared pointers.
-/// Threads: every operation may be called from any thread at once and returns at once (except
-/// RegisterIdentity, which only registers). Callbacks run on the hub's delivery thread, one at a
-/// time; a callback must not wait for another answer of the same hub.
+/// Threads: every operation may be called from any thread at once and returns at once.
+/// Callbacks run on the hub's delivery thread, one at a time; a callback must not wait for
+/// another answer of the same hub.
 ///
 /// A call on an api without a hub, or on a hub that has no identity module (the core is not
 /// started or has stopped), is logged as an error and dropped: nothing is sent, no callback runs.
@@ -78,8 +78,13 @@ public:
         const std::string& key, const std::shared_ptr<EventData>& event_data, const VisitorIdsCallback& callback) const;
 
 private:
-    IdentityPublicApi() = default;
+    struct Passkey {};
 
+public:
+    /// For Create only: the key is private.
+    explicit IdentityPublicApi(Passkey) {}
+
+private:
     /// False, with an error line naming `operation`, when no identity module can hear a request.
     bool CanReachModule(const char* operation) const;
     void RequestString(const char* operation, const std::string& key, const std::shared_ptr<EventData>& event_data,
