@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,15 +18,15 @@
 #import "host/objc/VLXMobileCore.h"
 #include "identity/module/IdentityConstants.h"
 #include "tests/host/support/BusRecorder.h"
+#include "tests/identity/api/Answers.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
+using VelmoraTest::Answers;
 using VelmoraTest::BusRecorder;
 using VelmoraTest::LogCapture;
-using VelmoraTest::WaitFor;
 
 namespace {
 
@@ -42,28 +41,6 @@ int g_failures = 0;
     } while (0)
 
 const char* const ORG = "0123456789ABCDEF@VelmoraOrg";
-
-/// Answers collected from the core's threads.
-template <typename T>
-class Answers {
-public:
-    void Add(const T& value) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        values_.push_back(value);
-    }
-    std::vector<T> Values() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return values_;
-    }
-    size_t Count() const { return Values().size(); }
-    bool WaitForCount(size_t count) const {
-        return WaitFor([&] { return Count() >= count; });
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<T> values_;
-};
 
 /// A data folder, an identity server, and a core started through VLXMobileCore.
 struct RunningCore {
