@@ -22,11 +22,6 @@ namespace ConfigKeys = IdentityConstants::EventDataKeys::Configuration;
 
 const char* const LOG_TAG = "VelmoraMobileCore";
 
-bool ShutdownHub(EventHub& hub, std::chrono::milliseconds) {
-    hub.Shutdown();
-    return true;
-}
-
 Variant::VariantMap ConfigurationChanges(const CoreOptions& options) {
     Variant::VariantMap changes = options.configuration;
     if (!options.org_id.empty()) {
@@ -121,7 +116,7 @@ bool VelmoraMobileCore::Stop(std::chrono::milliseconds deadline) {
         return stopped_in_time_;
     }
     stopped_ = true;
-    stopped_in_time_ = ShutdownHub(*event_hub, deadline);
+    stopped_in_time_ = event_hub->Shutdown(deadline);
     if (!stopped_in_time_) {
         Log::Error(LOG_TAG, "The core did not stop within %d ms; what was left was abandoned",
                    static_cast<int64_t>(deadline.count()));
