@@ -161,30 +161,30 @@ bool HitDatabaseBase::FallBackToMemory() {
     return OpenMemoryLocked() && InitializeDatabase();
 }
 
-bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSpec& spec) {
+bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSchema& schema) {
     if (database_ == nullptr) {
         return false;
     }
-    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", spec.name, spec.create_sql);
+    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", schema.name, schema.create_sql);
     switch (finding.verdict) {
         case SqliteTableShape::Verdict::MATCHES: return true;
-        case SqliteTableShape::Verdict::DIFFERS: return RebuildLocked(spec, finding.detail);
+        case SqliteTableShape::Verdict::DIFFERS: return RebuildLocked(schema, finding.detail);
         case SqliteTableShape::Verdict::UNREADABLE:
             // A schema that cannot be parsed is damage like any other.
             if (SqliteTableRepair::IsCorruption(sqlite3_errcode(database_)) && !in_memory_) {
                 corrupt_reason_ = finding.detail;
                 MoveAsideLocked();
-                return !corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(spec);
+                return !corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(schema);
             }
             failure_ = "cannot read its schema: " + finding.detail;
             return false;
         case SqliteTableShape::Verdict::MISSING: break;
     }
-    if (!CreateTableLocked(spec)) {
+    if (!CreateTableLocked(schema)) {
         return false;
     }
     if (!corrupt_aside_.empty()) {
-        SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, corrupt_aside_, spec);
+        SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, corrupt_aside_, schema);
         Log::Error(
             LOG_TAG,
             "Database %s is not a usable database (%s); moved it to %s and started a fresh one, carrying over %s",
@@ -194,19 +194,19 @@ bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSpec& spec) {
     return true;
 }
 
-bool HitDatabaseBase::RecoverFromWriteFailureLocked(const SqliteTableSpec& spec, int result_code) {
+bool HitDatabaseBase::RecoverFromWriteFailureLocked(const SqliteTableSchema& schema, int result_code) {
     ++write_failures_;
     if (database_ == nullptr) {
         return false;
     }
     // The check costs one look into the schema table, so every failure may afford it.
-    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", spec.name, spec.create_sql);
-    if (finding.verdict == SqliteTableShape::Verdict::MISSING && CreateTableLocked(spec)) {
-        Log::Error(LOG_TAG, "Table %s of %s was gone; made it again", spec.name, file_path_);
+    SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", schema.name, schema.create_sql);
+    if (finding.verdict == SqliteTableShape::Verdict::MISSING && CreateTableLocked(schema)) {
+        Log::Error(LOG_TAG, "Table %s of %s was gone; made it again", schema.name, file_path_);
         return true;
     }
     if (finding.verdict == SqliteTableShape::Verdict::DIFFERS) {
-        return RebuildLocked(spec, finding.detail);
+        return RebuildLocked(schema, finding.detail);
     }
     // A file that cannot be written loses no hit: they go on in memory, and the rows already in the
     // file wait there for a run that can use it.
@@ -214,62 +214,62 @@ bool HitDatabaseBase::RecoverFromWriteFailureLocked(const SqliteTableSpec& spec,
         SqliteTableRepair::IsStorageFailure(result_code) || finding.verdict == SqliteTableShape::Verdict::UNREADABLE;
     if (storage_failing && !in_memory_) {
         std::string reason = sqlite3_errmsg(database_);
-        return UseMemoryLocked(spec, StringUtils::FormatString("Writes to the hit database %s fail (%s); %s",
-                                                               file_path_, reason, KEPT_IN_MEMORY));
+        return UseMemoryLocked(schema, StringUtils::FormatString("Writes to the hit database %s fail (%s); %s",
+                                                                 file_path_, reason, KEPT_IN_MEMORY));
     }
     Log::Error(LOG_TAG, "%d writes in a row have failed on table %s of %s, which has the right shape", write_failures_,
-               spec.name, file_path_);
+               schema.name, file_path_);
     return false;
 }
 
-bool HitDatabaseBase::CreateTableLocked(const SqliteTableSpec& spec) {
+bool HitDatabaseBase::CreateTableLocked(const SqliteTableSchema& schema) {
     char* message = nullptr;
-    int rc = sqlite3_exec(database_, spec.create_sql.c_str(), nullptr, nullptr, &message);
+    int rc = sqlite3_exec(database_, schema.create_sql.c_str(), nullptr, nullptr, &message);
     if (rc != SQLITE_OK) {
-        failure_ = "cannot create table " + spec.name + ": " + (message != nullptr ? message : sqlite3_errstr(rc));
+        failure_ = "cannot create table " + schema.name + ": " + (message != nullptr ? message : sqlite3_errstr(rc));
     }
     sqlite3_free(message);
     return rc == SQLITE_OK;
 }
 
-bool HitDatabaseBase::RebuildLocked(const SqliteTableSpec& spec, const std::string& difference) {
+bool HitDatabaseBase::RebuildLocked(const SqliteTableSchema& schema, const std::string& difference) {
     CloseLocked();
     write_failures_ = 0;
     unreadable_rows_.clear();
     if (in_memory_) {
         // Nothing to keep: memory holds only this run's rows, which the old table already refused.
         return UseMemoryLocked(
-            spec, StringUtils::FormatString("Table %s in memory does not match its schema (%s); made it again",
-                                            spec.name, difference));
+            schema, StringUtils::FormatString("Table %s in memory does not match its schema (%s); made it again",
+                                              schema.name, difference));
     }
     std::string error;
     std::string aside = SqliteTableRepair::MoveAside(file_path_, "mismatch", error);
     if (aside.empty()) {
         return UseMemoryLocked(
-            spec, StringUtils::FormatString(
-                      "Table %s of %s does not match its schema (%s) and the file cannot be moved aside (%s); %s",
-                      spec.name, file_path_, difference, error, KEPT_IN_MEMORY));
+            schema, StringUtils::FormatString(
+                        "Table %s of %s does not match its schema (%s) and the file cannot be moved aside (%s); %s",
+                        schema.name, file_path_, difference, error, KEPT_IN_MEMORY));
     }
-    if (OpenFileLocked() != OpenResult::OK || !CreateTableLocked(spec)) {
+    if (OpenFileLocked() != OpenResult::OK || !CreateTableLocked(schema)) {
         return UseMemoryLocked(
-            spec, StringUtils::FormatString("Table %s of %s does not match its schema (%s); moved the file to %s but "
-                                            "cannot make a new one (%s); %s",
-                                            spec.name, file_path_, difference, aside, failure_, KEPT_IN_MEMORY));
+            schema, StringUtils::FormatString("Table %s of %s does not match its schema (%s); moved the file to %s but "
+                                              "cannot make a new one (%s); %s",
+                                              schema.name, file_path_, difference, aside, failure_, KEPT_IN_MEMORY));
     }
-    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, aside, spec);
+    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(database_, aside, schema);
     Log::Error(
         LOG_TAG,
         "Table %s of %s does not match its schema (%s); moved the file to %s and made a new table, carrying over %s",
-        spec.name, file_path_, difference, aside, CarriedText(carried));
+        schema.name, file_path_, difference, aside, CarriedText(carried));
     return true;
 }
 
-bool HitDatabaseBase::UseMemoryLocked(const SqliteTableSpec& spec, const std::string& line) {
+bool HitDatabaseBase::UseMemoryLocked(const SqliteTableSchema& schema, const std::string& line) {
     CloseLocked();
     write_failures_ = 0;
     unreadable_rows_.clear();
     Log::Error(LOG_TAG, "%s", line);
-    return OpenMemoryLocked() && CreateTableLocked(spec);
+    return OpenMemoryLocked() && CreateTableLocked(schema);
 }
 
 bool HitDatabaseBase::ExecuteLocked(const std::string& sql) {

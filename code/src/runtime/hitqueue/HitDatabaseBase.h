@@ -7,7 +7,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "runtime/services/storage/SqliteTableSpec.h"
+#include "runtime/services/storage/SqliteTableSchema.h"
 #include "runtime/values/Object.h"
 #include "runtime/values/Variant.h"
 
@@ -82,16 +82,16 @@ protected:
     /// Logs the connection's last error for `what`.
     void LogErrorLocked(const char* what) const;
 
-    /// Checks the table against `spec`: creates it when missing, keeps it when it matches, and
+    /// Checks the table against `schema`: creates it when missing, keeps it when it matches, and
     /// otherwise moves the file aside and makes a new one with the rows that can be read (one error
     /// line naming what differed). Carries the rows of a file moved aside by OpenOrCreateDatabase.
     /// False (reason kept) when the file cannot be used.
-    bool EnsureTableLocked(const SqliteTableSpec& spec);
+    bool EnsureTableLocked(const SqliteTableSchema& schema);
     /// After an insert or update on the table failed with `result_code` (logged by the caller):
     /// counts it and checks the table as EnsureTableLocked does; a file that cannot be written moves
     /// this run to memory. True when something was repaired, so the write may be tried once more;
     /// otherwise logs how many writes in a row have failed.
-    bool RecoverFromWriteFailureLocked(const SqliteTableSpec& spec, int result_code);
+    bool RecoverFromWriteFailureLocked(const SqliteTableSchema& schema, int result_code);
     /// A write on the table succeeded: the failure count starts again.
     void NoteWriteSucceededLocked() { write_failures_ = 0; }
     /// Logs one error line with the reason the file could not be used, leaves the file as it is and
@@ -118,11 +118,11 @@ private:
     bool OpenMemoryLocked();
     void CloseLocked();
     void MoveAsideLocked();
-    bool CreateTableLocked(const SqliteTableSpec& spec);
+    bool CreateTableLocked(const SqliteTableSchema& schema);
     /// Moves the file with its table of the wrong shape aside and makes a new one.
-    bool RebuildLocked(const SqliteTableSpec& spec, const std::string& difference);
+    bool RebuildLocked(const SqliteTableSchema& schema, const std::string& difference);
     /// Opens memory and makes the table there; logs `line` (with the file and reason) as the one error.
-    bool UseMemoryLocked(const SqliteTableSpec& spec, const std::string& line);
+    bool UseMemoryLocked(const SqliteTableSchema& schema, const std::string& line);
 
     const std::string file_path_;
     const std::string table_name_;

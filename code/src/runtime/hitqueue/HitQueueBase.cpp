@@ -8,7 +8,7 @@
 #include <exception>
 #include <system_error>
 
-#include "runtime/hitqueue/HitTableSpec.h"
+#include "runtime/hitqueue/HitTableSchema.h"
 #include "runtime/hitqueue/SqliteQueryResult.h"
 #include "runtime/services/DatabaseServiceInterface.h"
 #include "runtime/values/Log.h"
@@ -49,7 +49,7 @@ HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& pla
     if (!processor_) {
         VELMORA_THROW("hit_queue.invalid_argument", "A hit queue needs a processor.");
     }
-    table_spec_ = HitTableSpec::FromSchema(*schema_);
+    table_schema_ = HitTableSchema::FromSchema(*schema_);
     column_names_ = schema_->GetColumnNames();
     std::string columns;
     for (const auto& name : column_names_) {
@@ -125,7 +125,7 @@ std::string HitQueueBase::KeyColumnOf(const std::shared_ptr<DatabaseHitSchemaBas
 
 bool HitQueueBase::InitializeDatabase() {
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
-    return EnsureTableLocked(table_spec_);
+    return EnsureTableLocked(table_schema_);
 }
 
 bool HitQueueBase::Dispose(std::chrono::milliseconds timeout) {
@@ -437,7 +437,7 @@ bool HitQueueBase::WriteLocked(const std::string& sql,
         }
         // A rebuilt table renumbers its rows, so a row read before must not be deleted by its old rowid.
         ++row_generation_;
-        if (!RecoverFromWriteFailureLocked(table_spec_, result_code)) {
+        if (!RecoverFromWriteFailureLocked(table_schema_, result_code)) {
             return false;
         }
     }

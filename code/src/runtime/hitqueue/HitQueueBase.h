@@ -161,7 +161,7 @@ private:
     uint64_t row_generation_{0};
 
     // Immutable after construction.
-    SqliteTableSpec table_spec_;
+    SqliteTableSchema table_schema_;
     std::string select_oldest_sql_;
     std::vector<std::string> column_names_;
 };

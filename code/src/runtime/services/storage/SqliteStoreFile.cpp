@@ -28,9 +28,9 @@ const char* const kSchema =
 
 const char* const kKeptInMemory = "this run keeps its values in memory and leaves the file as it is";
 
-const SqliteTableSpec& StoreSpec() {
-    static const SqliteTableSpec spec = [] {
-        SqliteTableSpec made;
+const SqliteTableSchema& StoreSchema() {
+    static const SqliteTableSchema schema = [] {
+        SqliteTableSchema made;
         made.name = "data_stores";
         made.create_sql = kSchema;
         // Only values that read back as what their type says: text or bytes for a string, an
@@ -43,7 +43,7 @@ const SqliteTableSpec& StoreSpec() {
         made.insert_sql = "INSERT OR IGNORE INTO main.data_stores (store, key, type, value) VALUES (?1, ?2, ?3, ?4)";
         return made;
     }();
-    return spec;
+    return schema;
 }
 
 std::string CarriedText(const SqliteTableRepair::Carried& carried) {
@@ -129,7 +129,7 @@ SqliteStoreFile::Opened SqliteStoreFile::TryOpenFile(std::string& reason) {
         CloseConnection();
         return Opened::DAMAGED;
     }
-    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSpec().name, kSchema);
+    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSchema().name, kSchema);
     switch (table.verdict) {
         case SqliteTableShape::Verdict::MATCHES: break;
         case SqliteTableShape::Verdict::MISSING:
@@ -219,7 +219,7 @@ bool SqliteStoreFile::Rebuild(const char* label, const std::string& what) {
                              path_, what, aside, reason, kKeptInMemory),
                          aside);
     }
-    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(db_, aside, StoreSpec());
+    SqliteTableRepair::Carried carried = SqliteTableRepair::CarryRows(db_, aside, StoreSchema());
     Log::Error(
         kLogTag,
         "The data store file (%s) %s; moved it to (%s) and started a fresh one with the %s values that could be read",
@@ -241,7 +241,7 @@ bool SqliteStoreFile::UseMemory(const std::string& line, const std::string& sour
     std::error_code ignored;
     SqliteTableRepair::Carried carried;
     if (std::filesystem::is_regular_file(source, ignored)) {
-        carried = SqliteTableRepair::CarryRows(memory, source, StoreSpec());
+        carried = SqliteTableRepair::CarryRows(memory, source, StoreSchema());
     }
     CloseConnection();
     db_ = memory;
@@ -265,7 +265,7 @@ bool SqliteStoreFile::RecoverFrom(int code, const char* what) {
     if (db_ == nullptr) {
         return false;
     }
-    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSpec().name, kSchema);
+    SqliteTableShape::Finding table = SqliteTableShape::Check(db_, "main", StoreSchema().name, kSchema);
     if (table.verdict == SqliteTableShape::Verdict::MISSING) {
         return sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) == SQLITE_OK;
     }

@@ -48,17 +48,17 @@ sqlite3_stmt* Prepare(sqlite3* db, const std::string& sql) {
 
 /// The select in age order (`direction` " ASC" or " DESC"), or without order when the source has
 /// no such column (a table without rowid).
-sqlite3_stmt* PrepareSelect(sqlite3* db, const SqliteTableSpec& spec, const char* direction) {
-    if (!spec.order_by.empty()) {
+sqlite3_stmt* PrepareSelect(sqlite3* db, const SqliteTableSchema& schema, const char* direction) {
+    if (!schema.order_by.empty()) {
         std::string order;
-        for (const std::string& term : spec.order_by) {
+        for (const std::string& term : schema.order_by) {
             order += (order.empty() ? " ORDER BY " : ", ") + term + direction;
         }
-        if (sqlite3_stmt* ordered = Prepare(db, spec.select_sql + order)) {
+        if (sqlite3_stmt* ordered = Prepare(db, schema.select_sql + order)) {
             return ordered;
         }
     }
-    return std::string(direction) == " ASC" ? Prepare(db, spec.select_sql) : nullptr;
+    return std::string(direction) == " ASC" ? Prepare(db, schema.select_sql) : nullptr;
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ std::string SqliteTableRepair::MoveAside(const std::string& path, const std::str
 }
 
 SqliteTableRepair::Carried SqliteTableRepair::CarryRows(sqlite3* db, const std::string& source_path,
-                                                        const SqliteTableSpec& spec) {
+                                                        const SqliteTableSchema& schema) {
     Carried carried;
     // A connection of its own: damage met while reading the source must not undo the writes of db,
     // which SQLite would do to a transaction that read it through ATTACH.
@@ -118,7 +118,7 @@ SqliteTableRepair::Carried SqliteTableRepair::CarryRows(sqlite3* db, const std::
     bool is_table = false;
     if (sqlite3_stmt* type =
             Prepare(source, "SELECT type = 'table' FROM sqlite_master WHERE name = ?1 COLLATE NOCASE")) {
-        sqlite3_bind_text(type, 1, spec.name.data(), static_cast<int>(spec.name.size()), SQLITE_TRANSIENT);
+        sqlite3_bind_text(type, 1, schema.name.data(), static_cast<int>(schema.name.size()), SQLITE_TRANSIENT);
         is_table = sqlite3_step(type) == SQLITE_ROW && sqlite3_column_int(type, 0) != 0;
         sqlite3_finalize(type);
     }
@@ -129,7 +129,7 @@ SqliteTableRepair::Carried SqliteTableRepair::CarryRows(sqlite3* db, const std::
         return carried;
     }
     std::string quoted = "\"";
-    for (char c : spec.name) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    for (char c : schema.name) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     quoted += "\"";
     if (sqlite3_stmt* count = Prepare(source, "SELECT count(*) FROM " + quoted)) {
         if (sqlite3_step(count) == SQLITE_ROW) {
@@ -137,14 +137,14 @@ SqliteTableRepair::Carried SqliteTableRepair::CarryRows(sqlite3* db, const std::
         }
         sqlite3_finalize(count);
     }
-    sqlite3_stmt* insert = Prepare(db, spec.insert_sql);
+    sqlite3_stmt* insert = Prepare(db, schema.insert_sql);
     if (insert != nullptr && Run(db, "BEGIN")) {
         bool insert_failed = false;
-        sqlite3_stmt* forward = PrepareSelect(source, spec, " ASC");
+        sqlite3_stmt* forward = PrepareSelect(source, schema, " ASC");
         bool complete = forward != nullptr && CopyRows(forward, insert, carried.rows, insert_failed);
         sqlite3_finalize(forward);
         if (!complete && forward != nullptr && !insert_failed) {
-            sqlite3_stmt* backward = PrepareSelect(source, spec, " DESC");
+            sqlite3_stmt* backward = PrepareSelect(source, schema, " DESC");
             if (backward != nullptr) {
                 CopyRows(backward, insert, carried.rows, insert_failed);
             }

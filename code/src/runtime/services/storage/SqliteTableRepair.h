@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "runtime/services/storage/SqliteTableSpec.h"
+#include "runtime/services/storage/SqliteTableSchema.h"
 
 struct sqlite3;
 
@@ -25,11 +25,11 @@ public:
     /// `error` set when the file could not be moved (it is then left where it was).
     static std::string MoveAside(const std::string& path, const std::string& label, std::string& error);
 
-    /// Opens `source_path` for reading and copies every row `spec.select_sql` gives there into the
+    /// Opens `source_path` for reading and copies every row `schema.select_sql` gives there into the
     /// table of `db`, in one transaction of `db`. When a damaged page stops the scan, the rows beyond
     /// it are read backwards from the end, so one bad page costs only its own rows. The source is
     /// never written.
-    static Carried CarryRows(sqlite3* db, const std::string& source_path, const SqliteTableSpec& spec);
+    static Carried CarryRows(sqlite3* db, const std::string& source_path, const SqliteTableSchema& schema);
 
     /// Whether a result code means that the file is damaged or no database.
     static bool IsCorruption(int result_code);

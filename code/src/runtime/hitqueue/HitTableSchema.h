@@ -3,7 +3,7 @@
 #include <string>
 
 #include "runtime/hitqueue/DatabaseHitSchemaBase.h"
-#include "runtime/services/storage/SqliteTableSpec.h"
+#include "runtime/services/storage/SqliteTableSchema.h"
 
 namespace VelmoraMobile {
 
@@ -11,11 +11,11 @@ namespace VelmoraMobile {
 /// older table of that name are carried into a new one. A row is carried only when every column
 /// holds a value the hit queue can read back under the schema's type (no NULL, no blob, no text
 /// where a number belongs), so a carried row never turns into a row the queue must pass over.
-class HitTableSpec {
+class HitTableSchema {
 public:
     /// Throws SdkError "hit_queue.invalid_argument" when the schema names no columns, lists types or
     /// constraints for other columns than it names, or uses a type or constraint without SQL.
-    static SqliteTableSpec FromSchema(const DatabaseHitSchemaBase& schema);
+    static SqliteTableSchema FromSchema(const DatabaseHitSchemaBase& schema);
 };
 
 }  // namespace VelmoraMobile

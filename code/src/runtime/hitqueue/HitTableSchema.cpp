@@ -1,4 +1,4 @@
-#include "runtime/hitqueue/HitTableSpec.h"
+#include "runtime/hitqueue/HitTableSchema.h"
 
 #include <algorithm>
 #include <vector>
@@ -56,7 +56,7 @@ std::string Readable(Type type, const std::string& c) {
 
 }  // namespace
 
-SqliteTableSpec HitTableSpec::FromSchema(const DatabaseHitSchemaBase& schema) {
+SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema) {
     const std::vector<std::string> names = schema.GetColumnNames();
     const std::vector<Type> types = schema.GetColumnDataTypes();
     const std::vector<std::vector<Constraint>> constraints = schema.GetColumnConstraints();
@@ -64,9 +64,9 @@ SqliteTableSpec HitTableSpec::FromSchema(const DatabaseHitSchemaBase& schema) {
         VELMORA_THROW("hit_queue.invalid_argument",
                       "The schema of table " + schema.GetTableName() + " does not describe its columns consistently.");
     }
-    SqliteTableSpec spec;
-    spec.name = schema.GetTableName();
-    const std::string table = Quote(spec.name);
+    SqliteTableSchema schema;
+    schema.name = schema.GetTableName();
+    const std::string table = Quote(schema.name);
     std::string columns;
     std::string select;
     std::string where;
@@ -75,7 +75,7 @@ SqliteTableSpec HitTableSpec::FromSchema(const DatabaseHitSchemaBase& schema) {
         const char* type = TypeSql(types[i]);
         if (type == nullptr) {
             VELMORA_THROW("hit_queue.invalid_argument",
-                          "Column " + names[i] + " of table " + spec.name + " has an unknown type.");
+                          "Column " + names[i] + " of table " + schema.name + " has an unknown type.");
         }
         const std::string column = Quote(names[i]);
         std::string definition = column + " " + type;
@@ -85,11 +85,11 @@ SqliteTableSpec HitTableSpec::FromSchema(const DatabaseHitSchemaBase& schema) {
             const char* text = ConstraintSql(constraint);
             if (text == nullptr) {
                 VELMORA_THROW("hit_queue.invalid_argument",
-                              "Column " + names[i] + " of table " + spec.name + " has an unknown constraint.");
+                              "Column " + names[i] + " of table " + schema.name + " has an unknown constraint.");
             }
             definition += std::string(" ") + text;
         }
-        spec.create_sql += (i > 0 ? ", " : "") + definition;
+        schema.create_sql += (i > 0 ? ", " : "") + definition;
 
         const std::string separator = i > 0 ? ", " : "";
         columns += separator + column;
@@ -104,11 +104,11 @@ SqliteTableSpec HitTableSpec::FromSchema(const DatabaseHitSchemaBase& schema) {
             where += (where.empty() ? "" : " AND ") + Readable(types[i], column);
         }
     }
-    spec.create_sql = "CREATE TABLE " + table + " (" + spec.create_sql + ")";
-    spec.select_sql = "SELECT " + select + " FROM " + table + (where.empty() ? "" : " WHERE " + where);
-    spec.order_by = {"rowid"};
-    spec.insert_sql = "INSERT OR IGNORE INTO main." + table + " (" + columns + ") VALUES (" + parameters + ")";
-    return spec;
+    schema.create_sql = "CREATE TABLE " + table + " (" + schema.create_sql + ")";
+    schema.select_sql = "SELECT " + select + " FROM " + table + (where.empty() ? "" : " WHERE " + where);
+    schema.order_by = {"rowid"};
+    schema.insert_sql = "INSERT OR IGNORE INTO main." + table + " (" + columns + ") VALUES (" + parameters + ")";
+    return schema;
 }
 
 }  // namespace VelmoraMobile

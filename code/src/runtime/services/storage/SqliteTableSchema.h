@@ -6,7 +6,7 @@
 namespace VelmoraMobile {
 
 /// What a table must look like and how the rows of an older or damaged one are carried into it.
-struct SqliteTableSpec {
+struct SqliteTableSchema {
     /// The table's name, unquoted.
     std::string name;
     /// The statement that makes it, as SQLite keeps it in sqlite_master: "CREATE TABLE <name> (...)".
