@@ -64,9 +64,9 @@ SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema
         VELMORA_THROW("hit_queue.invalid_argument",
                       "The schema of table " + schema.GetTableName() + " does not describe its columns consistently.");
     }
-    SqliteTableSchema schema;
-    schema.name = schema.GetTableName();
-    const std::string table = Quote(schema.name);
+    SqliteTableSchema result;
+    result.name = schema.GetTableName();
+    const std::string table = Quote(result.name);
     std::string columns;
     std::string select;
     std::string where;
@@ -75,7 +75,7 @@ SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema
         const char* type = TypeSql(types[i]);
         if (type == nullptr) {
             VELMORA_THROW("hit_queue.invalid_argument",
-                          "Column " + names[i] + " of table " + schema.name + " has an unknown type.");
+                          "Column " + names[i] + " of table " + result.name + " has an unknown type.");
         }
         const std::string column = Quote(names[i]);
         std::string definition = column + " " + type;
@@ -85,11 +85,11 @@ SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema
             const char* text = ConstraintSql(constraint);
             if (text == nullptr) {
                 VELMORA_THROW("hit_queue.invalid_argument",
-                              "Column " + names[i] + " of table " + schema.name + " has an unknown constraint.");
+                              "Column " + names[i] + " of table " + result.name + " has an unknown constraint.");
             }
             definition += std::string(" ") + text;
         }
-        schema.create_sql += (i > 0 ? ", " : "") + definition;
+        result.create_sql += (i > 0 ? ", " : "") + definition;
 
         const std::string separator = i > 0 ? ", " : "";
         columns += separator + column;
@@ -104,11 +104,11 @@ SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema
             where += (where.empty() ? "" : " AND ") + Readable(types[i], column);
         }
     }
-    schema.create_sql = "CREATE TABLE " + table + " (" + schema.create_sql + ")";
-    schema.select_sql = "SELECT " + select + " FROM " + table + (where.empty() ? "" : " WHERE " + where);
-    schema.order_by = {"rowid"};
-    schema.insert_sql = "INSERT OR IGNORE INTO main." + table + " (" + columns + ") VALUES (" + parameters + ")";
-    return schema;
+    result.create_sql = "CREATE TABLE " + table + " (" + result.create_sql + ")";
+    result.select_sql = "SELECT " + select + " FROM " + table + (where.empty() ? "" : " WHERE " + where);
+    result.order_by = {"rowid"};
+    result.insert_sql = "INSERT OR IGNORE INTO main." + table + " (" + columns + ") VALUES (" + parameters + ")";
+    return result;
 }
 
 }  // namespace VelmoraMobile
