@@ -20,9 +20,9 @@ struct GlobalOptions {
     /// Bound of every wait, in seconds.
     double timeout{10.0};
     bool json{false};
-    /// As given; log_level is made from it after parsing.
-    std::string log_level_name{"warning"};
-    VelmoraMobile::LoggingMode log_level{VelmoraMobile::LoggingMode::WARNING_LOG};
+    /// As given (empty: not given); log_level is made from it after parsing.
+    std::string log_level_name;
+    VelmoraMobile::LoggingMode log_level{VelmoraMobile::LoggingMode::ERROR_LOG};
 };
 
 }  // namespace VelmoraCli

@@ -62,7 +62,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
         ->type_name("SECONDS")
         ->check(CLI::Validator(CheckTimeout, "", "SECONDS"));
     app.add_flag("--json", options.json, "Print one JSON document");
-    app.add_option("--log-level", options.log_level_name, "error, warning (default), debug or verbose")
+    app.add_option("--log-level", options.log_level_name, "error (default), warning, debug or verbose")
         ->type_name("LEVEL")
         ->check(CLI::IsMember({"error", "warning", "debug", "verbose"}).description(""));
     app.set_version_flag("--version", std::string(PROGRAM) + " " + VELMORA_VERSION);
@@ -82,6 +82,28 @@ int UsageError(const CLI::App& app, const std::string& message) {
     std::cerr << PROGRAM << ": " << message << "\n"
               << CLI::Formatter().make_usage(command, name) << "Run with --help for more.\n";
     return EXIT_USAGE;
+}
+
+bool IsSubcommand(const CLI::App& app, const std::string& word) {
+    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+        if (sub->check_name(word)) return true;
+    }
+    return false;
+}
+
+/// For an unknown first word: CLI11 only says that a subcommand is required.
+std::string UnknownSubcommand(const CLI::App& app, int argc, char** argv) {
+    if (!app.get_subcommands().empty()) return "";
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word.rfind("-", 0) == 0) {
+            const CLI::Option* option = word.find('=') == std::string::npos ? app.get_option_no_throw(word) : nullptr;
+            if (option != nullptr && option->get_type_size_max() > 0) ++i;
+            continue;
+        }
+        return !IsSubcommand(app, word) ? "unknown subcommand '" + word + "'" : "";
+    }
+    return "";
 }
 
 }  // namespace
@@ -108,10 +130,16 @@ int main(int argc, char** argv) {
         return app.exit(done);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
-        return UsageError(app, error.what());
+        const std::string unknown = UnknownSubcommand(app, argc, argv);
+        return UsageError(app, unknown.empty() ? error.what() : unknown);
     }
 
-    options.log_level = LevelNamed(options.log_level_name);
+    // Quiet by default: error lines only, unless asked for more here or in VELMORA_LOG_LEVEL.
+    if (!options.log_level_name.empty()) {
+        options.log_level = LevelNamed(options.log_level_name);
+    } else if (std::getenv("VELMORA_LOG_LEVEL") != nullptr) {
+        options.log_level = VelmoraMobile::Log::GetLogLevel();
+    }
     VelmoraMobile::Log::SetLogLevel(options.log_level);
     try {
         for (const CLI::App* command : app.get_subcommands()) {
