@@ -18,6 +18,7 @@ namespace VelmoraTest {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 using VelmoraTestServer::Fault;
 using VelmoraTestServer::TestIdentityServer;
@@ -106,15 +107,22 @@ TEST_F(CliTest, AppendUrlPutsTheDecorationBeforeTheFragment) {
 }
 
 TEST_F(CliTest, AnUnansweredSyncTimesOutAndStaysQueuedUntilCleared) {
+    // The boot's forced sync is answered late, inside the wait, and must not pass for the
+    // answer to this sync, which the server refuses.
+    Fault late;
+    late.path = "/id";
+    late.delay_ms = 1000;
+    server.PushFault(late);
     Fault busy;
     busy.path = "/id";
     busy.status = 503;
     server.SetDefaultFault(busy);
 
-    CliResult sync = Run(With({"sync", "crm=bob"}, "2"));
+    CliResult sync = Run(With({"sync", "crm=bob"}, "3"));
     EXPECT_EQ(sync.exit_code, 1);
     EXPECT_EQ(sync.FirstErrorLine(),
-              "velmora-identity: timed out after 2 s waiting for the identity server's answer from " + server.Host());
+              "velmora-identity: timed out after 3 s waiting for the identity server's answer from " + server.Host());
+    EXPECT_EQ(RequestsTo("/id").size(), 2u);
 
     CliResult list = Run(Later({"queue", "list", "--json"}));
     ASSERT_EQ(list.exit_code, 0) << list.err;
@@ -136,6 +144,20 @@ TEST_F(CliTest, AnUnansweredSyncTimesOutAndStaysQueuedUntilCleared) {
     ASSERT_EQ(clear.exit_code, 0) << clear.err;
     EXPECT_EQ(clear.out, "cleared " + std::to_string(rows.size()) + (rows.size() == 1 ? " row\n" : " rows\n"));
     EXPECT_EQ(Run(Later({"queue", "list"})).out, "(no rows)\n");
+}
+
+TEST_F(CliTest, ALongWaitIsAnnouncedOnATerminalOnly) {
+    Fault busy;
+    busy.status = 503;
+    server.SetDefaultFault(busy);
+    const auto arguments = With({"sync", "crm=frank"}, "1.5");
+    const std::string note = "waiting for the identity server's answer from " + server.Host() + " (up to 1.5 s)...";
+    CliResult terminal = RunCliOnTerminal(arguments, dir.Path());
+    EXPECT_EQ(terminal.exit_code, 1);
+    EXPECT_THAT(terminal.err, HasSubstr(note));
+    CliResult piped = Run(arguments);
+    EXPECT_EQ(piped.exit_code, 1);
+    EXPECT_THAT(piped.err, Not(HasSubstr(note)));
 }
 
 TEST_F(CliTest, OptingOutTellsTheServerAndWipesTheRecord) {
