@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "host/CoreOptions.h"
+#include "host/IdentitySyncRequest.h"
 #include "host/VelmoraMobileCore.h"
 #include "identity/api/IdentityPublicApi.h"
 #include "runtime/configuration/ConfigurationExtension.h"
@@ -39,6 +40,10 @@ public:
 
     /// A fresh identity API on this core. After Stop its calls are logged and dropped.
     std::shared_ptr<IdentityPublicApi> IdentityApi() const;
+    /// Sends `request` to the identity module as one GENERIC_IDENTITY / REQUEST_CONTENT sync, the
+    /// way the platform core hands in push tokens and advertising ids. Returns at once; the answer
+    /// ("UPDATED_IDENTITY_RESPONSE") carries the request's pair id. Dropped after Stop.
+    void SyncIdentity(const IdentitySyncRequest& request) const;
     /// The configuration extension, for changes after start (UpdateConfiguration,
     /// SetPrivacyStatus); it only queues work. Null after Stop.
     std::shared_ptr<ConfigurationExtension> Configuration() const;

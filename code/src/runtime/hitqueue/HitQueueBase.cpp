@@ -194,24 +194,29 @@ bool HitQueueBase::UpdateAllHits(const std::map<std::string, std::shared_ptr<Var
     return UpdateRows(values, nullptr);
 }
 
+std::string HitQueueBase::SelectSql(const Query& query) const {
+    std::string sql = "SELECT ";
+    const std::vector<std::string>& columns = query.columns.empty() ? column_names_ : query.columns;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i]);
+    }
+    sql += " FROM " + QuoteIdentifier(query.table.empty() ? TableName() : query.table);
+    if (!query.where.empty()) {
+        sql += " WHERE " + query.where;
+    }
+    sql += " ORDER BY " + (query.order_by.empty() ? std::string("rowid") : query.order_by);
+    if (query.limit >= 0) {
+        sql += " LIMIT " + std::to_string(query.limit);
+    }
+    return sql;
+}
+
 std::shared_ptr<DatabaseHitBase> HitQueueBase::QueryHit(const std::shared_ptr<Query>& query) {
     if (!query) {
         Log::Debug(LOG_TAG, "QueryHit without a query");
         return nullptr;
     }
-    std::string sql = "SELECT ";
-    const std::vector<std::string>& columns = query->columns.empty() ? column_names_ : query->columns;
-    for (size_t i = 0; i < columns.size(); ++i) {
-        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i]);
-    }
-    sql += " FROM " + QuoteIdentifier(query->table.empty() ? TableName() : query->table);
-    if (!query->where.empty()) {
-        sql += " WHERE " + query->where;
-    }
-    sql += " ORDER BY " + (query->order_by.empty() ? std::string("rowid") : query->order_by);
-    if (query->limit >= 0) {
-        sql += " LIMIT " + std::to_string(query->limit);
-    }
+    const std::string sql = SelectSql(*query);
 
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
     sqlite3_stmt* statement = PrepareLocked(sql);
@@ -237,6 +242,58 @@ std::shared_ptr<DatabaseHitBase> HitQueueBase::QueryHit(const std::shared_ptr<Qu
     std::shared_ptr<DatabaseHitBase> hit = GenerateHitGuarded(result);
     result->Finalize();
     return hit;
+}
+
+namespace {
+
+/// One row of a cursor that the caller steps: the schema's Finalize must not end the cursor.
+class CursorRow : public Object, public QueryResultInterface {
+public:
+    explicit CursorRow(QueryResultInterface& cursor) : cursor_(cursor) {}
+    int32_t GetInt(int32_t index) override { return cursor_.GetInt(index); }
+    int64_t GetLong(int32_t index) override { return cursor_.GetLong(index); }
+    std::string GetString(int32_t index) override { return cursor_.GetString(index); }
+    void Finalize() override {}
+
+private:
+    QueryResultInterface& cursor_;
+};
+
+}  // namespace
+
+std::vector<std::shared_ptr<DatabaseHitBase>> HitQueueBase::QueryHits(const std::shared_ptr<Query>& query) {
+    std::vector<std::shared_ptr<DatabaseHitBase>> hits;
+    if (!query) {
+        Log::Debug(LOG_TAG, "QueryHits without a query");
+        return hits;
+    }
+    const std::string sql = SelectSql(*query);
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    sqlite3_stmt* statement = PrepareLocked(sql);
+    if (statement == nullptr) {
+        return hits;
+    }
+    SqliteQueryResult cursor(statement, true);
+    for (size_t i = 0; i < query->where_args.size(); ++i) {
+        if (!BindVariant(statement, static_cast<int>(i + 1), query->where_args[i])) {
+            Log::Error(LOG_TAG, "Cannot bind argument %d of query \"%s\"", static_cast<int>(i + 1), sql);
+            cursor.Finalize();
+            return hits;
+        }
+    }
+    auto row = std::make_shared<CursorRow>(cursor);
+    int rc;
+    while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
+        if (std::shared_ptr<DatabaseHitBase> hit = GenerateHitGuarded(row)) {
+            hits.push_back(hit);
+        }
+    }
+    if (rc != SQLITE_DONE) {
+        LogErrorLocked("list rows");
+        hits.clear();
+    }
+    cursor.Finalize();
+    return hits;
 }
 
 bool HitQueueBase::Queue(const std::shared_ptr<DatabaseHitBase>& hit) {

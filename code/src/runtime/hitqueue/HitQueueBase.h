@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "runtime/hitqueue/DatabaseHitBase.h"
 #include "runtime/hitqueue/DatabaseHitSchemaBase.h"
@@ -80,6 +81,9 @@ public:
 
     /// The first row `query` selects as a hit, or an empty pointer (no row, unreadable row, or error).
     std::shared_ptr<DatabaseHitBase> QueryHit(const std::shared_ptr<Query>& query);
+    /// Every row `query` selects, as hits, for listing: reads only, and works in every state.
+    /// Unreadable rows are logged by the schema and left out; empty on error.
+    std::vector<std::shared_ptr<DatabaseHitBase>> QueryHits(const std::shared_ptr<Query>& query);
     /// Inserts one row from the schema's data map of `hit`. Never sends and never waits for the
     /// worker; works while suspended. False (logged with SQLite's message) when nothing could be
     /// stored; a failure makes the queue check its table, and repeated failures of the file move this
@@ -97,6 +101,8 @@ public:
     static std::chrono::milliseconds GetRetryWait();
 
 private:
+    /// The SELECT of `query`, for QueryHit and QueryHits.
+    std::string SelectSql(const Query& query) const;
     static std::string DatabasePathFor(const std::shared_ptr<PlatformServicesInterface>& platform_services,
                                        const std::shared_ptr<DatabaseHitSchemaBase>& schema);
     // These three run before the base is built; any order of them is safe.
