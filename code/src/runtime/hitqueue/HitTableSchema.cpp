@@ -56,16 +56,16 @@ std::string Readable(Type type, const std::string& c) {
 
 }  // namespace
 
-SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& schema) {
-    const std::vector<std::string> names = schema.GetColumnNames();
-    const std::vector<Type> types = schema.GetColumnDataTypes();
-    const std::vector<std::vector<Constraint>> constraints = schema.GetColumnConstraints();
+SqliteTableSchema HitTableSchema::FromSchema(const DatabaseHitSchemaBase& hit_schema) {
+    const std::vector<std::string> names = hit_schema.GetColumnNames();
+    const std::vector<Type> types = hit_schema.GetColumnDataTypes();
+    const std::vector<std::vector<Constraint>> constraints = hit_schema.GetColumnConstraints();
     if (names.empty() || types.size() != names.size() || constraints.size() > names.size()) {
-        VELMORA_THROW("hit_queue.invalid_argument",
-                      "The schema of table " + schema.GetTableName() + " does not describe its columns consistently.");
+        VELMORA_THROW("hit_queue.invalid_argument", "The schema of table " + hit_schema.GetTableName() +
+                                                        " does not describe its columns consistently.");
     }
     SqliteTableSchema schema;
-    schema.name = schema.GetTableName();
+    schema.name = hit_schema.GetTableName();
     const std::string table = Quote(schema.name);
     std::string columns;
     std::string select;
