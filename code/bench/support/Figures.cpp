@@ -60,6 +60,12 @@ bool Figures::Quick() {
     return g_quick;
 }
 
+void Figures::ParseQuick(int argc, char** argv) {
+    for (int i = 0; i < argc; ++i) {
+        g_quick = g_quick || std::strcmp(argv[i], "--quick") == 0;
+    }
+}
+
 int Figures::Main(int argc, char** argv, void (*report)()) {
     std::vector<char*> args;
     for (int i = 0; i < argc; ++i) {

@@ -18,6 +18,9 @@ public:
     /// Prints one figure without a baseline.
     static void Show(const std::string& figure, const std::string& name, const std::string& unit,
                      const std::string& target);
+    /// Notes a --quick among the arguments; Main does it too, but a binary that sizes its
+    /// benchmarks before Main calls this first.
+    static void ParseQuick(int argc, char** argv);
     /// True when run with --quick: a few iterations, just enough to see that it works.
     static bool Quick();
     /// Parses --quick, runs the registered benchmarks and calls `report`; the binary's main.
