@@ -464,12 +464,21 @@ bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Varian
     if (columns.empty()) {
         return false;
     }
+    // Parameters are numbered, so that the condition below can name them again.
     std::string sql = "UPDATE " + QuoteIdentifier(TableName()) + " SET ";
+    std::string differs;
     for (size_t i = 0; i < columns.size(); ++i) {
-        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i].first) + " = ?";
+        const std::string column = QuoteIdentifier(columns[i].first);
+        const std::string parameter = "?" + std::to_string(i + 1);
+        sql += (i > 0 ? ", " : "") + column + " = " + parameter;
+        differs += (i > 0 ? " OR " : "") + column + " IS NOT " + parameter;
     }
     if (identifier != nullptr) {
-        sql += " WHERE " + KeyExpression() + " = ?";
+        sql += " WHERE " + KeyExpression() + " = ?" + std::to_string(columns.size() + 1);
+    } else {
+        // Rows that hold the values already are left alone: an update of all rows that changes
+        // none (the reset at every start, once done) writes nothing and waits for no disk sync.
+        sql += " WHERE " + differs;
     }
 
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
