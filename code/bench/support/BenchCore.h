@@ -15,7 +15,8 @@ namespace VelmoraBench {
 /// A data folder of its own for one run, removed afterwards.
 class ScratchFolder {
 public:
-    ScratchFolder();
+    /// Under the system's temp folder, or under `base` when given (e.g. "/dev/shm": no disk).
+    explicit ScratchFolder(const std::string& base = std::string());
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
