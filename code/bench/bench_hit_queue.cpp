@@ -11,7 +11,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "bench/support/Figures.h"
 #include "runtime/hitqueue/DatabaseHitSchema.h"
 #include "runtime/hitqueue/HitProcessor.h"
 #include "runtime/hitqueue/HitQueue.h"
@@ -151,7 +153,20 @@ void BM_QueueAndDrain(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_QueueRows)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_QueueAndDrain)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    VelmoraBench::Figures::ParseQuick(argc, argv);
+    // Every row is a durable write: a quick run keeps to a few of them.
+    const std::vector<int64_t> rows =
+        VelmoraBench::Figures::Quick() ? std::vector<int64_t>{20} : std::vector<int64_t>{100, 1000};
+    for (int64_t count : rows) {
+        benchmark::RegisterBenchmark("BM_QueueRows", BM_QueueRows)
+            ->Arg(count)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+        benchmark::RegisterBenchmark("BM_QueueAndDrain", BM_QueueAndDrain)
+            ->Arg(count)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+    }
+    return VelmoraBench::Figures::Main(argc, argv, [] {});
+}

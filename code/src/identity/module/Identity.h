@@ -138,6 +138,21 @@ public:
     std::deque<std::shared_ptr<Event>> event_queue;
     bool push_enabled;
     std::shared_ptr<IdentityHitDatabase> hit_database;
+
+private:
+    // customer_ids as PackageEventData publishes them, with the values they were made from. The
+    // list is rebuilt only when those values changed; the records may be changed in place, so
+    // they are compared by value. Touched only where PackageEventData runs.
+    struct PublishedCustomerId {
+        bool present = false;
+        std::string id_origin;
+        std::string id_type;
+        std::string id;
+        VisitorIdAuthenticationState authentication_state = VisitorIdAuthenticationState::UNKNOWN;
+    };
+    std::shared_ptr<Variant> PublishedCustomerIds();
+    std::vector<PublishedCustomerId> published_customer_ids_source_;
+    std::shared_ptr<Variant> published_customer_ids_;
 };
 
 }  // namespace VelmoraMobile

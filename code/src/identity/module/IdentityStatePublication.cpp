@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "identity/events/IdentityDispatcherIdentityResponseIdentity.h"
 #include "identity/ids/VisitorIdSerializer.h"
 #include "identity/module/Identity.h"
@@ -31,10 +33,38 @@ std::shared_ptr<EventData> Identity::PackageEventData() {
         data->PutString(IdentityKeys::VISITOR_ID_LOCATION_HINT, location_hint);
     }
     if (!customer_ids.empty()) {
-        data->PutVariant(IdentityKeys::VISITOR_IDS_LIST, Variant::FromTypedVector<VisitorId>(customer_ids));
+        // Variants are immutable, so records may share one list.
+        data->PutVariant(IdentityKeys::VISITOR_IDS_LIST, PublishedCustomerIds());
     }
     data->PutLong(IdentityKeys::VISITOR_IDS_LAST_SYNC, static_cast<int64_t>(last_sync.count()));
     return data;
+}
+
+std::shared_ptr<Variant> Identity::PublishedCustomerIds() {
+    auto same = [](const PublishedCustomerId& published, const std::shared_ptr<VisitorId>& current) {
+        if (!current) {
+            return !published.present;
+        }
+        return published.present && published.authentication_state == current->authentication_state &&
+               published.id == current->id && published.id_type == current->id_type &&
+               published.id_origin == current->id_origin;
+    };
+    if (published_customer_ids_ && published_customer_ids_source_.size() == customer_ids.size() &&
+        std::equal(published_customer_ids_source_.begin(), published_customer_ids_source_.end(), customer_ids.begin(),
+                   same)) {
+        return published_customer_ids_;
+    }
+    published_customer_ids_source_.clear();
+    published_customer_ids_source_.reserve(customer_ids.size());
+    for (const auto& current : customer_ids) {
+        PublishedCustomerId published;
+        if (current) {
+            published = {true, current->id_origin, current->id_type, current->id, current->authentication_state};
+        }
+        published_customer_ids_source_.push_back(std::move(published));
+    }
+    published_customer_ids_ = Variant::FromTypedVector<VisitorId>(customer_ids);
+    return published_customer_ids_;
 }
 
 void Identity::HandleIdentityResponseEvent(const std::string& event_name, const std::shared_ptr<EventData>& data,

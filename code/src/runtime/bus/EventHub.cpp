@@ -5,6 +5,8 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <tuple>
@@ -55,6 +57,20 @@ struct EventHub::Core {
     };
 
     using OneTimeKey = std::tuple<uintptr_t, uintptr_t, std::string>;
+    // Looks a key up by the event's own pair id, with no copy of it.
+    using OneTimeLookup = std::tuple<uintptr_t, uintptr_t, std::string_view>;
+    struct OneTimeLess {
+        using is_transparent = void;
+        static OneTimeLookup View(const OneTimeKey& key) {
+            return OneTimeLookup{std::get<0>(key), std::get<1>(key), std::get<2>(key)};
+        }
+        static const OneTimeLookup& View(const OneTimeLookup& key) { return key; }
+        template <typename A, typename B>
+        bool operator()(const A& a, const B& b) const {
+            return View(a) < View(b);
+        }
+    };
+    using OneTimeListeners = std::map<OneTimeKey, std::vector<OneTimeListener>, OneTimeLess>;
     // Versions of one module's states; a pending state holds SHARED_STATE_PENDING itself.
     using StateVersions = std::map<int32_t, std::shared_ptr<EventData>>;
 
@@ -70,7 +86,7 @@ struct EventHub::Core {
     std::condition_variable delivery_done;
     std::map<std::string, ModuleRecord> modules;
     std::map<std::string, StateVersions> states;
-    std::map<OneTimeKey, std::vector<OneTimeListener>> one_time_listeners;
+    OneTimeListeners one_time_listeners;
     std::vector<std::weak_ptr<Module>> all_modules;
 
     // Touched by the delivery thread only.
@@ -372,7 +388,7 @@ bool EventHub::Stop(const std::shared_ptr<Core>& core, std::chrono::milliseconds
     }
 
     // Listeners that can no longer fire, and what they captured, go now rather than with the hub.
-    std::map<Core::OneTimeKey, std::vector<Core::OneTimeListener>> orphans;
+    Core::OneTimeListeners orphans;
     {
         std::lock_guard<std::mutex> lock(core->mutex);
         orphans.swap(core->one_time_listeners);
@@ -570,9 +586,9 @@ void EventHub::Deliver(Core& core, const std::shared_ptr<Event>& event) {
     {
         std::lock_guard<std::mutex> lock(core.mutex);
         if (!core.one_time_listeners.empty()) {
-            auto found = core.one_time_listeners.find(Core::OneTimeKey{Address(event->GetEventType().get()),
-                                                                       Address(event->GetEventSource().get()),
-                                                                       event->GetResponsePairID()});
+            auto found = core.one_time_listeners.find(Core::OneTimeLookup{Address(event->GetEventType().get()),
+                                                                          Address(event->GetEventSource().get()),
+                                                                          event->GetResponsePairID()});
             if (found != core.one_time_listeners.end()) {
                 fired.swap(found->second);
                 core.one_time_listeners.erase(found);

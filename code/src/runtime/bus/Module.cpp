@@ -1,5 +1,6 @@
 #include "runtime/bus/Module.h"
 
+#include <array>
 #include <typeinfo>
 
 #include "runtime/bus/EventHub.h"
@@ -245,21 +246,34 @@ void Module::NotifyListeners(const std::shared_ptr<Event>& event) {
     }
     uintptr_t type = Address(event->GetEventType().get());
     uintptr_t source = Address(event->GetEventSource().get());
-    std::vector<std::shared_ptr<ModuleEventListenerBase>> matched;
+    // An event matches one listener of a module or none, nearly always: those few need no vector.
+    std::array<std::shared_ptr<ModuleEventListenerBase>, 2> few;
+    size_t count = 0;
+    std::vector<std::shared_ptr<ModuleEventListenerBase>> more;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         for (auto it = listeners_.lower_bound(ListenerKey{type, source, std::string()});
              it != listeners_.end() && std::get<0>(it->first) == type && std::get<1>(it->first) == source; ++it) {
             const std::string& pair_id = std::get<2>(it->first);
             if (pair_id.empty() || pair_id == event->GetResponsePairID()) {
-                matched.push_back(it->second);
+                if (count < few.size()) {
+                    few[count++] = it->second;
+                } else {
+                    more.push_back(it->second);
+                }
             }
         }
     }
-    for (const auto& listener : matched) {
+    auto hear = [&](const std::shared_ptr<ModuleEventListenerBase>& listener) {
         TryCatch(
             [&] { listener->Hear(event); },
             [&](SdkError& error) { Log::Warning(LOG_TAG, "A listener of module %s failed: %s", module_name_, error); });
+    };
+    for (size_t i = 0; i < count; ++i) {
+        hear(few[i]);
+    }
+    for (const auto& listener : more) {
+        hear(listener);
     }
 }
 

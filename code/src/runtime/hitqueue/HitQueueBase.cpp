@@ -521,12 +521,21 @@ bool HitQueueBase::UpdateRows(const std::map<std::string, std::shared_ptr<Varian
     if (columns.empty()) {
         return false;
     }
+    // Parameters are numbered, so that the condition below can name them again.
     std::string sql = "UPDATE " + QuoteIdentifier(TableName()) + " SET ";
+    std::string differs;
     for (size_t i = 0; i < columns.size(); ++i) {
-        sql += (i > 0 ? ", " : "") + QuoteIdentifier(columns[i].first) + " = ?";
+        const std::string column = QuoteIdentifier(columns[i].first);
+        const std::string parameter = "?" + std::to_string(i + 1);
+        sql += (i > 0 ? ", " : "") + column + " = " + parameter;
+        differs += (i > 0 ? " OR " : "") + column + " IS NOT " + parameter;
     }
     if (identifier != nullptr) {
-        sql += " WHERE " + KeyExpression() + " = ?";
+        sql += " WHERE " + KeyExpression() + " = ?" + std::to_string(columns.size() + 1);
+    } else {
+        // Rows that hold the values already are left alone: an update of all rows that changes
+        // none (the reset at every start, once done) writes nothing and waits for no disk sync.
+        sql += " WHERE " + differs;
     }
 
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
@@ -636,7 +645,18 @@ bool HitQueueBase::DeleteReadRow(const RowMark& mark) {
         Log::Debug(LOG_TAG, "The row just processed in table %s was removed meanwhile", TableName());
         return true;
     }
-    return DeleteRowLocked(mark.rowid);
+    // A removal that a crash undoes only sends the hit once more, as a crash between the answer
+    // and the removal would: delivery is at least once either way. So this commit does not wait
+    // for the disk; the next synced commit, the next Queue's, carries it along.
+    sqlite3* database = HandleLocked();
+    if (database != nullptr) {
+        sqlite3_exec(database, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+    }
+    bool deleted = DeleteRowLocked(mark.rowid);
+    if (database != nullptr && database == HandleLocked()) {
+        sqlite3_exec(database, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr);
+    }
+    return deleted;
 }
 
 void HitQueueBase::WaitBeforeRetry() {

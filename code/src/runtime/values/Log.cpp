@@ -83,13 +83,12 @@ void Write(LoggingMode mode, const char* tag, const std::string& message) {
 
 }  // namespace
 
-bool Log::Precheck(LoggingMode mode) {
-    const int level = Level().load(std::memory_order_relaxed);
-    return static_cast<int>(mode) <= (level < 1 ? 1 : level);
-}
+std::atomic<int> Log::gate_{static_cast<int>(LoggingMode::WARNING_LOG)};
 
 void Log::SetLogLevel(LoggingMode level) {
-    Level().store(static_cast<int>(level), std::memory_order_relaxed);
+    const int value = static_cast<int>(level);
+    Level().store(value, std::memory_order_relaxed);
+    gate_.store(value < 1 ? 1 : value, std::memory_order_relaxed);
 }
 
 LoggingMode Log::GetLogLevel() {
@@ -109,6 +108,16 @@ void Log::SetSink(Sink sink) {
     lock.unlock();
     old.reset();
 }
+
+namespace {
+
+// Opens the gate for VELMORA_LOG_LEVEL at start; a level set earlier is already in Level().
+[[maybe_unused]] const bool kLevelFromEnvironment = [] {
+    Log::SetLogLevel(Log::GetLogLevel());
+    return true;
+}();
+
+}  // namespace
 
 void Log::ErrorImpl(const char* tag, const std::string& message) {
     Write(LoggingMode::ERROR_LOG, tag, message);

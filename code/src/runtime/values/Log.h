@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -28,7 +29,8 @@ public:
 
     /// Whether a message of `mode` is written at all: mode <= level, where the gate of value 1
     /// (Error and Warning) counts as open at every level.
-    static bool Precheck(LoggingMode mode);
+    /// Inline and lock-free: a closed gate costs one relaxed load and one comparison.
+    static bool Precheck(LoggingMode mode) { return static_cast<int>(mode) <= gate_.load(std::memory_order_relaxed); }
 
     /// Default WARNING_LOG, or VELMORA_LOG_LEVEL (0-3 or error/warning/debug/verbose) at start.
     static void SetLogLevel(LoggingMode level);
@@ -76,6 +78,11 @@ public:
         }
         TraceImpl(tag, StringUtils::FormatString(format, args...));
     }
+
+private:
+    // The highest mode that passes Precheck: the level, but at least 1. Constant-initialised, so it
+    // holds the default before any static constructor runs.
+    static std::atomic<int> gate_;
 };
 
 }  // namespace VelmoraMobile

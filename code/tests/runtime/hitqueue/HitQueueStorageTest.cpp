@@ -65,6 +65,9 @@ TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     EXPECT_FALSE(queue->UpdateAllHits({{"PAYLOAD", Variant::FromVariantVector({})}}));
     EXPECT_TRUE(log.Contains("Column PAYLOAD of table TEST_HITS cannot store the value given; nothing was updated"));
     EXPECT_EQ(Sql("SELECT COUNT FROM TEST_HITS WHERE ID = 1"), (Rows{{"-1"}}));
+    // Rows that hold one of the values already still take the other.
+    EXPECT_TRUE(queue->UpdateAllHits({{"PAYLOAD", Variant::FromString("")}, {"COUNT", Variant::FromInteger(7)}}));
+    EXPECT_EQ(Sql("SELECT COUNT FROM TEST_HITS ORDER BY ID"), (Rows{{"7"}, {"7"}, {"7"}}));
 
     queue->Reset();
     EXPECT_TRUE(queue->Queue(MakeHit("e")));

@@ -58,6 +58,26 @@ TEST(DataStoreTest, TypedValuesAndRemovalsSurviveReopening) {
     EXPECT_EQ(store->GetLong("yes", 7), 7);
 }
 
+// A write of the value already stored is skipped; the same number under another type is not the
+// same value.
+TEST(DataStoreTest, AWriteOfTheSameNumberUnderAnotherTypeChangesTheType) {
+    TempDir dir;
+    {
+        auto store = OpenStore(dir.Path(), "s");
+        ASSERT_TRUE(store);
+        store->SetBoolean("flag", true);
+        store->SetLong("flag", 1);
+        store->SetLong("count", 7);
+        store->SetLong("count", 7);
+        store->SetString("count", "7");
+    }
+    auto store = OpenStore(dir.Path(), "s");
+    EXPECT_EQ(store->GetLong("flag", 0), 1);
+    EXPECT_FALSE(store->GetBoolean("flag", false));
+    EXPECT_EQ(store->GetString("count", ""), "7");
+    EXPECT_EQ(store->GetLong("count", 0), 0);
+}
+
 TEST(DataStoreTest, StoresOfDifferentNamesDoNotMixAlsoUnderSeveralThreads) {
     TempDir dir;
     auto services = std::make_shared<PlatformServices>(dir.Path());

@@ -155,7 +155,11 @@ bool SqliteStoreFile::PrepareStatements() {
         sqlite3_stmt** statement;
         const char* sql;
     } statements[] = {
-        {&write_, "INSERT OR REPLACE INTO data_stores (store, key, type, value) VALUES (?1, ?2, ?3, ?4)"},
+        // A value already stored changes no page, so its commit costs no write and no sync.
+        {&write_,
+         "INSERT INTO data_stores (store, key, type, value) VALUES (?1, ?2, ?3, ?4) ON CONFLICT (store, key) DO "
+         "UPDATE SET type = excluded.type, value = excluded.value WHERE type IS NOT excluded.type OR value IS NOT "
+         "excluded.value"},
         {&read_, "SELECT type, value FROM data_stores WHERE store = ?1 AND key = ?2"},
         {&remove_, "DELETE FROM data_stores WHERE store = ?1 AND key = ?2"},
         {&remove_all_, "DELETE FROM data_stores WHERE store = ?1"},
