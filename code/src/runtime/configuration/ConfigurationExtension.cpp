@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -10,6 +11,7 @@
 #include "runtime/configuration/ConfigurationDispatcherResponseContent.h"
 #include "runtime/configuration/ConfigurationListenerRequestContent.h"
 #include "runtime/services/LocalStorageServiceInterface.h"
+#include "runtime/services/json/BoundedJson.h"
 #include "runtime/values/EarlyInit.h"
 #include "runtime/values/Log.h"
 
@@ -27,6 +29,7 @@ namespace {
 
 const char* const LOG_TAG = "Configuration";
 
+// Recursive: only ever given documents from BoundedJson, whose depth is bounded.
 std::shared_ptr<Variant> ToVariant(const nlohmann::json& value) {
     switch (value.type()) {
         case nlohmann::json::value_t::string: return Variant::FromString(value.get<std::string>());
@@ -155,7 +158,7 @@ void ConfigurationExtension::LoadStoredChanges() {
     if (!store || !store->Contains(STORED_CHANGES_KEY)) {
         return;
     }
-    nlohmann::json stored = nlohmann::json::parse(store->GetString(STORED_CHANGES_KEY, ""), nullptr, false);
+    nlohmann::json stored = BoundedJson::Parse(store->GetString(STORED_CHANGES_KEY, ""));
     if (!stored.is_object()) {
         Log::Warning(LOG_TAG, "Stored configuration changes are unreadable and were ignored");
         return;
@@ -179,7 +182,7 @@ void ConfigurationExtension::ApplyFile(const std::string& path) {
         Log::Warning(LOG_TAG, "Configuration file %s could not be read; the configuration is unchanged", path);
         return;
     }
-    nlohmann::json parsed = nlohmann::json::parse(file, nullptr, false);
+    nlohmann::json parsed = BoundedJson::Parse(std::string(std::istreambuf_iterator<char>(file), {}));
     if (!parsed.is_object()) {
         Log::Warning(LOG_TAG, "Configuration file %s holds no JSON object; the configuration is unchanged", path);
         return;

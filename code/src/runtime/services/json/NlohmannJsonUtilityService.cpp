@@ -2,13 +2,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "runtime/services/json/BoundedJson.h"
 #include "runtime/services/json/NlohmannJsonObject.h"
 
 namespace VelmoraMobile {
 
 std::shared_ptr<JsonObject> NlohmannJsonUtilityService::ParseJson(const std::string& text) {
     // No exceptions: a parse error gives a "discarded" value.
-    auto document = std::make_shared<nlohmann::json>(nlohmann::json::parse(text, nullptr, false));
+    auto document = std::make_shared<nlohmann::json>(BoundedJson::Parse(text));
     if (!document->is_object()) {
         return nullptr;
     }

@@ -1,0 +1,98 @@
+// A host that the crash test kills and restarts: it starts a core on a data folder against an
+// identity server, queues syncs and reports on stdout, one line each, what it knows to be done:
+//   started                  the core runs
+//   event <name> [<owner>]   an event went over the hub (a state change names its owner); the
+//                            identity module sends "UPDATED_IDENTITY_RESPONSE" as it applies an answer
+//   durable <id> <mid>       the sync of <id> has been taken in by the module (stored as a hit)
+//   ready <mid>              every sync of this run is durable
+//   stopped                  stdin was closed and the core stopped
+// Usage: velmora_crash_host DATA_DIR SERVER_HOST ID_PREFIX COUNT
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "host/Core.h"
+#include "host/VelmoraMobileCore.h"
+#include "identity/api/IdentityPublicApi.h"
+#include "runtime/bus/EventDataKeys.h"
+#include "runtime/bus/InternalModule.h"
+#include "runtime/bus/ModuleEventListener.h"
+
+using namespace VelmoraMobile;
+
+namespace {
+
+std::mutex output_mutex;
+
+void Say(const std::string& line) {
+    std::lock_guard<std::mutex> lock(output_mutex);
+    std::cout << line << std::endl;
+}
+
+// Reports every event, so that the test can kill the host while an answer is applied.
+class StateWatcher : public InternalModule {
+public:
+    StateWatcher() : InternalModule("velmora.crash.watcher") {}
+    std::string GetSharedStateName() override { return "velmora.crash.watcher"; }
+    void OnRegistered() override { RegisterWildCardListener(std::make_shared<Listener>()); }
+
+private:
+    class Listener : public ModuleEventListener<StateWatcher> {
+    public:
+        void Hear(const std::shared_ptr<Event>& event) override {
+            Say("event " + event->GetName() + " " + event->GetData()->OptString(EventDataKeys::STATE_OWNER, ""));
+        }
+    };
+};
+
+// The MID as the module knows it once every request dispatched before has been handled: the
+// module answers in the order of its requests.
+std::string Barrier(const IdentityPublicApi& api) {
+    auto answer = std::make_shared<std::promise<std::string>>();
+    std::future<std::string> mid = answer->get_future();
+    api.GetOndaraCloudId([answer](std::string value) { answer->set_value(std::move(value)); });
+    if (mid.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+        Say("stuck");
+        std::_Exit(3);
+    }
+    return mid.get();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::cerr << "usage: velmora_crash_host DATA_DIR SERVER_HOST ID_PREFIX COUNT\n";
+        return 2;
+    }
+    CoreOptions options;
+    options.data_dir = argv[1];
+    options.server = argv[2];
+    options.org_id = "ORG@Crash";
+    options.tls = false;
+    options.configuration = {{"global.privacy", Variant::FromString("optedin")}};
+    const std::string prefix = argv[3];
+    const int count = std::atoi(argv[4]);
+
+    Core core(options);
+    core.Running()->event_hub->RegisterModule(std::make_shared<StateWatcher>());
+    Say("started");
+    std::shared_ptr<IdentityPublicApi> api = core.IdentityApi();
+    for (int i = 0; i < count; ++i) {
+        // Two digits: no id is a prefix of another of the same run.
+        const std::string id = prefix + (i < 10 ? "0" : "") + std::to_string(i);
+        api->SyncIdentifier("crash", id, VisitorIdAuthenticationState::AUTHENTICATED);
+        Say("durable " + id + " " + Barrier(*api));
+    }
+    Say("ready " + Barrier(*api));
+    for (std::string line; std::getline(std::cin, line);) {
+    }
+    const bool stopped = core.Stop(std::chrono::seconds(10));
+    Say(stopped ? "stopped" : "stop timed out");
+    return stopped ? 0 : 1;
+}
