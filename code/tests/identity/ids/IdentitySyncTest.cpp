@@ -246,6 +246,7 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
     const Config latest = MakeConfig("LATESTORG", "latest.example", false, "optunknown");
     const Config own = MakeConfig("", "own.example", true, "optedin");
     InQueue([&](Identity& identity) {
+        identity.hit_database->UpdatePrivacyStatus(MobilePrivacyStatus::UNKNOWN);
         identity.latest_valid_config = latest;
         identity.mid = "m1";
         identity.customer_ids = {
