@@ -145,6 +145,13 @@ TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndASecondOptOutSen
     EXPECT_TRUE(server.Requests().empty());
 }
 
+TEST_F(OptOutFixture, HandleOptOutSendsOnlyWhenTheConfigurationAtTheEventSaysOptedOut) {
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    auto later = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE).SetEventNumber(1000000).Build();
+    harness.RunInIdentityQueue([&] { harness.identity->HandleOptOut(later); });
+    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
+}
+
 TEST_F(OptOutFixture, WithAnAudienceServerTheModuleSendsNoOptOutRequestButStillWipes) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
     OptOut({{"audience.server", Variant::FromString("audience.example")}});
@@ -171,6 +178,16 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
         EXPECT_EQ(id.mid, MID);
     });
     EXPECT_EQ(harness.IdentityState(), nullptr);
+
+    // An opt-out while opted out is no change either.
+    harness.RunInIdentityQueue([&] {
+        auto& id = *harness.identity;
+        id.ProcessPrivacyChange(2, PrivacyData("optedout"));
+        EXPECT_EQ(id.mid, "");
+        id.mid = MID;
+        id.ProcessPrivacyChange(3, PrivacyData("optedout"));
+        EXPECT_EQ(id.mid, MID);
+    });
 }
 
 TEST(IdentityPrivacyTest, OptOutDeletesTheQueuedHits) {
