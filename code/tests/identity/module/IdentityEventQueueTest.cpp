@@ -239,12 +239,19 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPl
             .SetEventNumber(number)
             .Build();
     };
+    // A marker dispatched after a configuration is published is numbered after its state.
+    auto number_now = [&] {
+        auto marker =
+            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
+        harness.hub->Dispatch(marker);
+        return marker->GetEventNumber();
+    };
     harness.Configure({{"global.privacy", "optedin"}});
-    const int32_t opted_in_at = harness.Events().back()->GetEventNumber();
+    const int32_t opted_in_at = number_now();
     harness.Configure({{"global.privacy", "optedout"}});
-    const int32_t opted_out_at = harness.Events().back()->GetEventNumber();
+    const int32_t opted_out_at = number_now();
     harness.RunInIdentityQueue([&] {
-        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at + 1000)};
+        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
         identity->ProcessEventQueue();
         EXPECT_TRUE(identity->event_queue.empty());
         EXPECT_EQ(identity->user_identifier, "first");
