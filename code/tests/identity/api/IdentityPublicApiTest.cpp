@@ -176,26 +176,6 @@ TEST_F(IdentityPublicApiTest, EverythingWaitsForAPendingConfigurationThenRunsInO
     EXPECT_NE(server.Requests()[1].query.find("&d_cid_ic=crm%01alice%011"), std::string::npos);
 }
 
-TEST_F(IdentityPublicApiTest, AnOptOutAnswersAWaitingGetterWithEmptyAndKeepsUrlRequests) {
-    Configure("", "optedin");
-    harness.Boot();  // the forced sync has no organisation id: it blocks the queue
-    auto mid = std::make_shared<StringAnswers>();
-    api->GetOndaraCloudId(mid->StringCallback());
-    auto ids = std::make_shared<IdAnswers>();
-    api->GetIdentifiers(ids->IdsCallback());
-    auto url = std::make_shared<StringAnswers>();
-    api->AppendToUrl("https://shop.example/", url->StringCallback());
-    EXPECT_TRUE(QueueHolds(4));
-
-    Configure("", "optedout");
-    EXPECT_EQ(mid->First(), "");
-    EXPECT_EQ(url->First().rfind("https://shop.example/?velmora_mc=TS%3D", 0), 0u);
-    EXPECT_EQ(ids->Count(), 0u) << "the wiped record has no ids, so the list callback stays silent";
-    auto answers = harness.Events(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY);
-    ASSERT_FALSE(answers.empty());
-    EXPECT_EQ(answers.front()->GetName(), "IDENTITY_RESPONSE");
-}
-
 TEST_F(IdentityPublicApiTest, RequestsCarryTheirDataAndEmptyCallbacksSendNothing) {
     Configure(ORG, "optedin");
     api->GetOndaraCloudId(nullptr);

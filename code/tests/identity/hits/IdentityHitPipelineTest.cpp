@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cctype>
@@ -19,6 +18,7 @@
 #include "runtime/services/PlatformServices.h"
 #include "runtime/values/SdkError.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -48,27 +48,9 @@ const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
 
 using Strings = std::vector<std::string>;
 
-/// The hit table as a device keeps it, read straight from the file: URL, PAIR_ID, EVENT_NUMBER, SSL.
-std::vector<Strings> ReadRows(const std::string& path) {
-    std::vector<Strings> rows;
-    sqlite3* db = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-        sqlite3_busy_timeout(db, 5000) == SQLITE_OK &&
-        sqlite3_prepare_v2(db, "SELECT URL, PAIR_ID, EVENT_NUMBER, SSL FROM IDENTITY_REQUESTS ORDER BY ID", -1,
-                           &statement, nullptr) == SQLITE_OK) {
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            rows.emplace_back();
-            for (int column = 0; column < 4; ++column) {
-                const unsigned char* value = sqlite3_column_text(statement, column);
-                rows.back().push_back(value ? reinterpret_cast<const char*>(value) : "");
-            }
-        }
-    } else {
-        ADD_FAILURE() << "cannot read the hit table of " << path;
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
+/// URL, PAIR_ID, EVENT_NUMBER and SSL of each row.
+std::vector<Strings> Columns(std::vector<Strings> rows) {
+    for (auto& row : rows) row.resize(4);
     return rows;
 }
 
@@ -165,7 +147,7 @@ protected:
                          .Build();
         database->Queue(Url(tag), MakeConfig(ORG, server.Host(), false, privacy), event);
     }
-    std::vector<Strings> Rows() const { return ReadRows(dir.File(DATABASE_FILE)); }
+    std::vector<Strings> Rows() const { return Columns(VelmoraTest::ReadHitRows(dir.File(DATABASE_FILE))); }
     bool WaitForCalls(size_t count) {
         return WaitFor([&] { return module->Calls().size() >= count; });
     }
@@ -347,7 +329,7 @@ TEST(IdentityHitPipelineEndToEndTest, BootSyncsOverTlsAndTheAnswerReachesStateSt
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "test-blob");
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_HINT", ""), "9");
     EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
-    EXPECT_TRUE(WaitFor([&] { return ReadRows(harness.DataDir() + "/" + DATABASE_FILE).empty(); }));
+    EXPECT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(harness.DataDir() + "/" + DATABASE_FILE).empty(); }));
 }
 
 TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWithTheSameMid) {
@@ -363,14 +345,14 @@ TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWi
                                          {{"ondaraCloud.org", ORG}, {"global.privacy", "optunknown"}});
         harness.Boot();
         pair_id = harness.DispatchIdentityRequest(SyncData("user-1"))->GetResponsePairID();
-        ASSERT_TRUE(WaitFor([&] { return ReadRows(file).size() == 2u; }));
-        EXPECT_EQ(ReadRows(file)[1][1], pair_id);
+        ASSERT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(file).size() == 2u; }));
+        EXPECT_EQ(VelmoraTest::ReadHitRows(file)[1][1], pair_id);
         harness.RunInIdentityQueue([&] { mid = identity->mid; });
         // Returns once the "unregistration" task has disposed of the queue.
         ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
         EXPECT_EQ(identity->hit_database, nullptr);
     }
-    ASSERT_EQ(ReadRows(file).size(), 2u);
+    ASSERT_EQ(VelmoraTest::ReadHitRows(file).size(), 2u);
     ASSERT_TRUE(server.Requests().empty());
 
     IdentityHarness harness(dir.Path());
@@ -380,7 +362,7 @@ TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWi
     harness.Boot();
     ASSERT_TRUE(server.WaitForRequests(3, milliseconds(20000)));
     EXPECT_EQ(Params(server, "d_mid"), (Strings{mid, mid, mid}));
-    EXPECT_TRUE(WaitFor([&] { return ReadRows(file).empty(); }));
+    EXPECT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(file).empty(); }));
     ASSERT_TRUE(WaitFor([&] { return CountUpdated(harness, "") == 3u; }));
     VelmoraTest::Settle(harness);
     // The old row lost its pair id: its caller is gone.

@@ -89,6 +89,15 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
     Apply(Answer("server-mid", ""), "");
     EXPECT_EQ(Fields(), (Strings{"device-mid", "", "", "600"}));
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
+
+    // An opt-out list asks for the opt-out and still takes the rest of the answer.
+    auto opted_out = Answer("server-mid", "optout-blob");
+    opted_out->SetOptOut({"global"});
+    harness.RunInIdentityQueue([&] {
+        identity->ParseIDsOnjsonResponseReceivedCallback(opted_out);
+        EXPECT_EQ((Strings{identity->blob, identity->location_hint}), (Strings{"optout-blob", "7"}));
+        EXPECT_EQ(identity->ttl.count(), 1800);
+    });
 }
 
 TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {

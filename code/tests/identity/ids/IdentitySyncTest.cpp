@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "identity/hits/IdentityHitDatabase.h"
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
@@ -14,6 +15,7 @@
 #include "runtime/services/helpers/TimeUtils.h"
 #include "runtime/values/Variant.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -131,6 +133,11 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     EXPECT_EQ(result, (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
     extract("NEW", {{"crm", "abc"}}, true);
     EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    // Emptied is a change too, and a request may carry the advertising id alone.
+    extract("", {}, true);
+    EXPECT_EQ(result, (StringMap{{"DSID_20915", ""}}));
+    extract("AGAIN", {}, true);
+    EXPECT_EQ(result, (StringMap{{"DSID_20915", "AGAIN"}}));
     // Disabled: the stored id is cleared and the new one never reaches the map.
     extract("OTHER", {{"crm", "abc"}}, false);
     EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
@@ -232,4 +239,61 @@ TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedA
     EXPECT_EQ(requests[0].query, prefix);
     EXPECT_EQ(requests[1].query.rfind(prefix, 0), 0u);
     EXPECT_NE(requests[1].query.find("&d_cid_ic=crm%01abc%011&d_cid=20920%01token"), std::string::npos);
+}
+
+TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfigurationAndKeepsTheMergedList) {
+    // The chosen configuration's status is unknown: the rows stay in the table to be read.
+    const Config latest = MakeConfig("LATESTORG", "latest.example", false, "optunknown");
+    const Config own = MakeConfig("", "own.example", true, "optedin");
+    InQueue([&](Identity& identity) {
+        identity.hit_database->UpdatePrivacyStatus(MobilePrivacyStatus::UNKNOWN);
+        identity.latest_valid_config = latest;
+        identity.mid = "m1";
+        identity.customer_ids = {
+            std::make_shared<VisitorId>("d_cid_ic", "old", "o1", VisitorIdAuthenticationState::AUTHENTICATED)};
+    });
+    const std::string prefix = "http://latest.example/id?d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1";
+    struct Case {
+        StringMap identifiers;
+        int32_t state;
+        std::string url_tail;  // only this request's ids, its state read as 0 to 2
+        std::vector<std::string> kept;
+    };
+    const std::vector<Case> cases = {
+        {{{"crm", "abc"}}, 1, "&d_cid_ic=crm%01abc%011", {"old:o1:1", "crm:abc:1"}},
+        {{{"crm", "xyz"}}, 7, "&d_cid_ic=crm%01xyz%010", {"old:o1:1", "crm:xyz:0"}},
+    };
+    const std::string file = harness.DataDir() + "/VLBMobileIdentity.sqlite";
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const int64_t before = TimeUtils::GetUnixTimeInSeconds();
+        auto event = SyncEvent(cases[i].identifiers, cases[i].state);
+        ASSERT_TRUE(Sync(event, own));
+        auto rows = VelmoraTest::ReadHitRows(file);
+        ASSERT_EQ(rows.size(), i + 1);
+        EXPECT_EQ(rows[i][0], prefix + cases[i].url_tail);
+        EXPECT_EQ(rows[i][3], "0") << "the SSL of the chosen configuration";
+        const int64_t stored = std::stoll(rows[i][4]);
+        EXPECT_TRUE(stored >= before - 1 && stored <= TimeUtils::GetUnixTimeInSeconds()) << "seconds: " << stored;
+        auto state = harness.IdentityState(event);
+        ASSERT_NE(state, nullptr);
+        std::vector<std::string> kept;
+        const auto ids = state->GetTypedVector<VisitorId>("visitoridslist").Value();
+        for (const auto& id : ids) {
+            kept.push_back(id->id_type + ":" + id->id + ":" +
+                           std::to_string(static_cast<int>(id->authentication_state)));
+        }
+        EXPECT_EQ(kept, cases[i].kept);
+    }
+
+    // Without a hit database nothing is queued, so the last sync stays where it was.
+    std::shared_ptr<IdentityHitDatabase> aside;
+    InQueue([&](Identity& identity) {
+        identity.hit_database.swap(aside);
+        identity.last_sync = std::chrono::seconds(5);
+    });
+    ASSERT_TRUE(Sync(SyncEvent({{"crm", "new"}}), own));
+    InQueue([&](Identity& identity) {
+        EXPECT_EQ(identity.last_sync.count(), 5);
+        identity.hit_database.swap(aside);
+    });
 }

@@ -8,6 +8,7 @@
 #include "identity/ids/VisitorId.h"
 #include "identity/ids/VisitorIdSerializer.h"
 #include "runtime/bus/EventBuilder.h"
+#include "runtime/configuration/ConfigurationExtension.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -190,4 +191,76 @@ TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsThe
     Settle(harness);
     EXPECT_TRUE(ResponsesTo(harness, url_first->GetResponsePairID()).empty());
     EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
+}
+
+TEST(IdentityEventQueueTest, ProcessEventRoutesTheUserIdentifierBeforeTheUrlAndHonoursTheOptOut) {
+    LogCapture log;
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    const std::string refused = "cannot set user identifier with privacy opt out. sharing";
+    auto with_vid = [](const std::shared_ptr<Variant>& vid) {
+        auto data = MakeData({{"baseurl", "https://site.example"}});
+        data->PutVariant("vid", vid);
+        return data;
+    };
+    struct Case {
+        std::shared_ptr<EventData> data;
+        std::string privacy;
+        std::string user_after;  // starting from "old"
+        bool published;
+    };
+    const std::vector<Case> cases = {
+        {with_vid(Variant::FromString("new")), "optedin", "new", true},
+        {with_vid(Variant::FromInteger(5)), "optedin", "", true},  // no string: cleared
+        {with_vid(Variant::FromString("new")), "optedout", "old", false},
+    };
+    for (const auto& c : cases) {
+        log.Clear();
+        auto event = IdentityRequest(c.data);
+        auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", c.privacy}}));
+        harness.RunInIdentityQueue([&] {
+            identity->user_identifier = "old";
+            EXPECT_TRUE(identity->ProcessEvent(event, config));
+            EXPECT_EQ(identity->user_identifier, c.user_after) << c.privacy;
+        });
+        Settle(harness);
+        EXPECT_EQ(log.Count(refused), c.published ? 0u : 1u);
+        // The URL part of the request is never answered: "vid" decided it.
+        EXPECT_TRUE(ResponsesTo(harness, event->GetResponsePairID()).empty());
+    }
+}
+
+TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPlace) {
+    IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    auto numbered = [](const std::string& vid, int32_t number) {
+        return EventBuilder("vid", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+            .SetData(MakeData({{"vid", vid}}))
+            .SetEventNumber(number)
+            .Build();
+    };
+    // A marker dispatched after a configuration is published is numbered after its state.
+    auto number_now = [&] {
+        auto marker =
+            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
+        harness.hub->Dispatch(marker);
+        return marker->GetEventNumber();
+    };
+    harness.Configure({{"global.privacy", "optedin"}});
+    const int32_t opted_in_at = number_now();
+    harness.Configure({{"global.privacy", "optedout"}});
+    const int32_t opted_out_at = number_now();
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
+        identity->ProcessEventQueue();
+        EXPECT_TRUE(identity->event_queue.empty());
+        EXPECT_EQ(identity->user_identifier, "first");
+    });
+
+    // Without any configuration module the defaults decide: nothing waits.
+    ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
+    LogCapture log;
+    auto request = harness.DispatchIdentityRequest(MakeData());
+    EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
+    EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
 }

@@ -11,6 +11,7 @@
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -134,6 +135,11 @@ TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOpt
     AudienceResponse(std::nullopt);
     AudienceResponse(true);
     AudienceResponse(false);
+    // The configuration at the response decides, not the module's own status.
+    harness.RunInIdentityQueue([&] { harness.identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
+    AudienceResponse(false);
+    EXPECT_EQ(capture.Count(sending), 0u);
+    harness.RunInIdentityQueue([&] { harness.identity->privacy_status = MobilePrivacyStatus::OPT_IN; });
     // With an audience server the module leaves the opt-out hit to the audience extension.
     Configure("optedout");
     EXPECT_EQ(capture.Count(sending), 0u);
@@ -152,4 +158,36 @@ TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOpt
     ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
     EXPECT_EQ(server.Requests().size(), 1u);
     EXPECT_EQ(server.Requests()[0].path, "/veloptout.jpg");
+}
+
+TEST(AnalyticsIdSyncTest, QueuesBehindWaitingEventsUnforcedAtTheResponsesNumber) {
+    IdentityHarness harness;
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    harness.Configure({{"ondaraCloud.org", ORG}});
+    auto waiting_data = std::make_shared<EventData>();
+    waiting_data->PutBoolean("issyncevent", true);
+    auto waiting =
+        EventBuilder("waiting", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetData(waiting_data).Build();
+    harness.RunInIdentityQueue([&] {
+        module->sync_result = false;
+        module->event_queue.push_back(waiting);
+    });
+    auto data = std::make_shared<EventData>();
+    data->PutString("aid", "AID-1");
+    auto response =
+        EventBuilder("response", EventType::ANALYTICS, EventSource::RESPONSE_IDENTITY).SetData(data).Build();
+    harness.hub->Dispatch(response);
+    std::shared_ptr<Event> avid;
+    ASSERT_TRUE(VelmoraTest::WaitFor([&] {
+        harness.RunInIdentityQueue([&] {
+            if (module->event_queue.size() == 2 && module->event_queue.front() == waiting)
+                avid = module->event_queue.back();
+        });
+        return avid != nullptr;
+    }));
+    EXPECT_EQ(avid->GetName(), "AVID Sync");
+    EXPECT_EQ(avid->GetEventNumber(), response->GetEventNumber());
+    EXPECT_FALSE(avid->GetData()->OptBoolean("forcesync", true));
+    EXPECT_TRUE(avid->GetData()->OptBoolean("issyncevent", false));
+    harness.RunInIdentityQueue([&] { module->event_queue.clear(); });
 }

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <chrono>
 #include <memory>
@@ -9,6 +8,7 @@
 #include "identity/module/Identity.h"
 #include "runtime/values/Variant.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
+#include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -27,22 +27,8 @@ const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
 const std::string MID = "01234567890123456789012345678901234567";
 const std::string URL_EMPTY = "Could not send opt-out request as url is empty.";
 
-// Rows of the hit table in the module's SQLite file; -1 when the table cannot be read.
 int64_t QueuedHits(const std::string& data_dir) {
-    sqlite3* db = nullptr;
-    int64_t count = -1;
-    if (sqlite3_open_v2((data_dir + "/VLBMobileIdentity.sqlite").c_str(), &db, SQLITE_OPEN_READONLY, nullptr) ==
-        SQLITE_OK) {
-        sqlite3_busy_timeout(db, 5000);
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM IDENTITY_REQUESTS", -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW) {
-            count = sqlite3_column_int64(statement, 0);
-        }
-        sqlite3_finalize(statement);
-    }
-    sqlite3_close(db);
-    return count;
+    return static_cast<int64_t>(VelmoraTest::ReadHitRows(data_dir + "/VLBMobileIdentity.sqlite").size());
 }
 
 std::shared_ptr<EventData> PrivacyData(const std::string& status) {
@@ -145,6 +131,13 @@ TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndASecondOptOutSen
     EXPECT_TRUE(server.Requests().empty());
 }
 
+TEST_F(OptOutFixture, HandleOptOutSendsOnlyWhenTheConfigurationAtTheEventSaysOptedOut) {
+    LogCapture capture(LoggingMode::DEBUG_LOG);
+    auto later = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE).SetEventNumber(1000000).Build();
+    harness.RunInIdentityQueue([&] { harness.identity->HandleOptOut(later); });
+    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
+}
+
 TEST_F(OptOutFixture, WithAnAudienceServerTheModuleSendsNoOptOutRequestButStillWipes) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
     OptOut({{"audience.server", Variant::FromString("audience.example")}});
@@ -171,6 +164,16 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
         EXPECT_EQ(id.mid, MID);
     });
     EXPECT_EQ(harness.IdentityState(), nullptr);
+
+    // An opt-out while opted out is no change either.
+    harness.RunInIdentityQueue([&] {
+        auto& id = *harness.identity;
+        id.ProcessPrivacyChange(2, PrivacyData("optedout"));
+        EXPECT_EQ(id.mid, "");
+        id.mid = MID;
+        id.ProcessPrivacyChange(3, PrivacyData("optedout"));
+        EXPECT_EQ(id.mid, MID);
+    });
 }
 
 TEST(IdentityPrivacyTest, OptOutDeletesTheQueuedHits) {

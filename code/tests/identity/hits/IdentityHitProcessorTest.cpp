@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/hits/IdentityDatabaseHit.h"
+#include "identity/hits/IdentityHitProcessor.h"
+#include "identity/hits/IdentityObject.h"
+#include "identity/module/Identity.h"
+#include "runtime/services/NetworkServiceInterface.h"
+#include "runtime/services/PlatformServices.h"
+#include "runtime/values/Object.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TempDir.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::LogCapture;
+using VelmoraTest::ScopedEnvironment;
+
+namespace {
+
+/// Records the one request it is given and answers none.
+class RecordingNetwork : public Object, public virtual NetworkServiceInterface {
+public:
+    std::shared_ptr<HttpConnectionInterface> ConnectUrl(const std::string& url_, const HttpCommand&, const std::string&,
+                                                        const std::map<std::string, std::string>& headers_,
+                                                        std::chrono::seconds connect_timeout_,
+                                                        std::chrono::seconds read_timeout_) override {
+        url = url_;
+        headers = headers_;
+        connect_timeout = connect_timeout_;
+        read_timeout = read_timeout_;
+        return nullptr;
+    }
+    void ConnectUrlAsync(const std::string&, const HttpCommand&, const std::string&,
+                         const std::map<std::string, std::string>&, std::chrono::seconds, std::chrono::seconds,
+                         const std::function<void(const std::shared_ptr<HttpConnectionInterface>&)>&) override {}
+
+    std::string url;
+    std::map<std::string, std::string> headers;
+    std::chrono::seconds connect_timeout{0};
+    std::chrono::seconds read_timeout{0};
+};
+
+struct Fixture {
+    VelmoraTest::TempDir dir;
+    std::shared_ptr<PlatformServices> services = std::make_shared<PlatformServices>(dir.Path());
+    std::shared_ptr<RecordingNetwork> network = std::make_shared<RecordingNetwork>();
+    IdentityHitProcessor processor{network, services->GetSystemInfoService(), services->GetJsonUtilityService(),
+                                   std::make_shared<Identity>()};
+};
+
+}  // namespace
+
+TEST(IdentityHitProcessorTest, RequestNamesTheLanguageWithADashAndWaitsTwoSecondsEach) {
+    ScopedEnvironment all("LC_ALL", std::nullopt);
+    ScopedEnvironment messages("LC_MESSAGES", std::nullopt);
+    ScopedEnvironment lang("LANG", "en_GB.UTF-8");
+    LogCapture log;
+    Fixture f;
+    auto hit = std::make_shared<IdentityDatabaseHit>();
+    hit->url = "http://identity.example/id?d_mid=1";
+    EXPECT_EQ(f.processor.Process(hit), HitProcessResult::DONE);
+    EXPECT_EQ(f.network->url, hit->url);
+    EXPECT_EQ(f.network->headers["Accept-Language"], "en-GB");
+    EXPECT_EQ(f.network->connect_timeout, std::chrono::seconds(2));
+    EXPECT_EQ(f.network->read_timeout, std::chrono::seconds(2));
+    EXPECT_EQ(log.Count("something went wrong in ids sync network call. Cannot save data."), 1u);
+}
+
+TEST(IdentityHitProcessorTest, AnswerFieldsAndTheDefaultsOfMissingOnes) {
+    Fixture f;
+    struct Case {
+        std::string json;
+        std::string mid, blob, hint;
+        int64_t ttl;
+        std::string error;
+        std::vector<std::string> opt_out;
+    };
+    const std::vector<Case> cases = {
+        {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m", "b", "9", 1800, "", {}},
+        {R"({"d_mid":"m"})", "m", "", "", 600, "", {}},
+        {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global"]})", "", "", "", 600, "bad", {"global"}},
+    };
+    for (const auto& c : cases) {
+        auto object = f.processor.CreateIdentityObjectFromResponseJsonObject(
+            f.services->GetJsonUtilityService()->ParseJson(c.json));
+        ASSERT_NE(object, nullptr) << c.json;
+        EXPECT_EQ(object->GetMid(), c.mid) << c.json;
+        EXPECT_EQ(object->GetBlob(), c.blob) << c.json;
+        EXPECT_EQ(object->GetHint(), c.hint) << c.json;
+        EXPECT_EQ(object->GetTtl().count(), c.ttl) << c.json;
+        EXPECT_EQ(object->GetError(), c.error) << c.json;
+        EXPECT_EQ(object->GetOptOut(), c.opt_out) << c.json;
+    }
+    LogCapture log;
+    EXPECT_EQ(
+        f.processor.CreateIdentityObjectFromResponseJsonObject(f.services->GetJsonUtilityService()->ParseJson("{}")),
+        nullptr);
+    EXPECT_EQ(log.Count("json object created is null or empty. cannot parse identity network response."), 1u);
+}

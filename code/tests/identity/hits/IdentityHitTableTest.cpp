@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/hits/IdentityDatabaseHitSchema.h"
+#include "identity/hits/IdentityHitDatabase.h"
+#include "identity/hits/IdentityHitProcessor.h"
+#include "identity/hits/IdentityHitQueue.h"
+#include "identity/module/Identity.h"
+#include "runtime/bus/EventBuilder.h"
+#include "runtime/services/PlatformServices.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/HitRows.h"
+#include "tests/support/TempDir.h"
+
+using namespace VelmoraMobile;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+void Sql(const std::string& path, const std::string& sql, Strings* column = nullptr) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    sqlite3_busy_timeout(db, 5000);
+    auto collect = [](void* out, int count, char** values, char**) {
+        if (out && count > 2) static_cast<Strings*>(out)->push_back(std::string(values[1]) + " " + values[2]);
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, column, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+/// Counts the rows it still sees when it is suspended.
+class SuspendProbeQueue : public IdentityHitQueue {
+public:
+    using IdentityHitQueue::IdentityHitQueue;
+    void Suspend() override {
+        rows_at_suspend = VelmoraTest::ReadHitRows(file).size();
+        IdentityHitQueue::Suspend();
+    }
+    std::string file;
+    size_t rows_at_suspend{99};
+};
+
+struct Folder {
+    VelmoraTest::TempDir dir;
+    std::shared_ptr<PlatformServices> services = std::make_shared<PlatformServices>(dir.Path());
+    std::shared_ptr<Identity> module = std::make_shared<Identity>();
+    std::shared_ptr<IdentityHitProcessor> processor =
+        std::make_shared<IdentityHitProcessor>(nullptr, nullptr, nullptr, module);
+    std::string file = dir.File("VLBMobileIdentity.sqlite");
+};
+
+}  // namespace
+
+TEST(IdentityHitTableTest, ColumnsKeepTheirTypesAndAnyNonZeroSslReadsAsTrue) {
+    Folder f;
+    IdentityHitQueue queue(f.services, std::make_shared<IdentityDatabaseHitSchema>(), f.processor);
+    auto hit = std::make_shared<IdentityDatabaseHit>();
+    hit->url = "https://identity.example/id";
+    hit->timestamp = std::chrono::seconds(1700000000);
+    hit->pair_id = "pair";
+    hit->event_number = 4;
+    hit->config_ssl = true;
+    ASSERT_TRUE(queue.Queue(hit));
+    Strings columns;
+    Sql(f.file, "PRAGMA table_info(IDENTITY_REQUESTS)", &columns);
+    EXPECT_EQ(columns, (Strings{"ID INTEGER", "URL TEXT", "TIMESTAMP INTEGER", "PAIR_ID TEXT", "EVENT_NUMBER INTEGER",
+                                "SSL INTEGER"}));
+    EXPECT_EQ(VelmoraTest::ReadHitRows(f.file),
+              (std::vector<VelmoraTest::HitRow>{{hit->url, "pair", "4", "1", "1700000000"}}));
+    for (const auto& [stored, read] : std::vector<std::pair<int, bool>>{{7, true}, {0, false}, {-1, true}}) {
+        Sql(f.file, "UPDATE IDENTITY_REQUESTS SET SSL = " + std::to_string(stored));
+        auto oldest = queue.SelectOldestHit();
+        ASSERT_NE(oldest, nullptr);
+        EXPECT_EQ(oldest->config_ssl, read) << stored;
+    }
+}
+
+TEST(IdentityHitTableTest, OptOutSuspendsTheQueueBeforeItDeletesTheRows) {
+    Folder f;
+    auto queue =
+        std::make_shared<SuspendProbeQueue>(f.services, std::make_shared<IdentityDatabaseHitSchema>(), f.processor);
+    queue->file = f.file;
+    auto database = IdentityHitDatabase::CreateIdentityDatabase(f.module, f.services, queue);
+    ASSERT_NE(database, nullptr);
+    auto event = EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).Build();
+    database->Queue("https://identity.example/id",
+                    VelmoraTest::MakeConfig("ORG", "identity.example", true, "optunknown"), event);
+    ASSERT_EQ(VelmoraTest::ReadHitRows(f.file).size(), 1u);
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_OUT);
+    EXPECT_EQ(queue->rows_at_suspend, 1u);
+    EXPECT_TRUE(VelmoraTest::ReadHitRows(f.file).empty());
+    EXPECT_TRUE(database->Dispose(std::chrono::seconds(5)));
+}
