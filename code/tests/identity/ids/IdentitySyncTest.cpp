@@ -4,14 +4,13 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "identity/hits/IdentityHitDatabase.h"
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/EventData.h"
-#include "runtime/bus/EventSource.h"
-#include "runtime/bus/EventType.h"
 #include "runtime/services/helpers/TimeUtils.h"
 #include "runtime/values/Variant.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
@@ -24,6 +23,7 @@
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
 using VelmoraTest::CryptoWithUuid;
+using VelmoraTest::FakeCryptoService;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeConfig;
@@ -89,7 +89,11 @@ protected:
     void InQueue(const std::function<void(Identity&)>& work) {
         harness.RunInIdentityQueue([&] { work(*harness.identity); });
     }
-
+    std::string GenerateMid() {
+        std::string mid;
+        InQueue([&](Identity& identity) { mid = identity.GenerateMID(); });
+        return mid;
+    }
     size_t DebugLines(const LogCapture& capture, const std::string& message) {
         return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
     }
@@ -296,4 +300,92 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         EXPECT_EQ(identity.last_sync.count(), 5);
         identity.hit_database.swap(aside);
     });
+}
+
+TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
+    const struct {
+        uint8_t bytes[16];
+        std::string mid;
+    } cases[] = {
+        {{0, 0, 0, 0, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, FIXED_MID},
+        // 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
+        {{1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
+         "00726238597903828560072623859790382856"},
+        {{0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0},
+         "92233720368547758070000000000000000000"},
+        // The lowest value has no absolute value and keeps its sign: 39 characters.
+        {{0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A}, "-92233720368547758080000000000000000042"},
+        {{0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}, "0000000000000000000-9223372036854775808"},
+    };
+    for (const auto& c : cases) {
+        harness.services->SetCryptoService(CryptoWithUuid(c.bytes));
+        EXPECT_EQ(GenerateMid(), c.mid);
+    }
+    // Missing services give an empty MID and one warning each.
+    const std::vector<std::pair<std::shared_ptr<CryptoServiceInterface>, std::string>> missing = {
+        {nullptr, "Unable to generate mid. Crypto services is null."},
+        {std::make_shared<FakeCryptoService>(nullptr), "Unable to generate mid. UUID Interface is null."}};
+    for (const auto& c : missing) {
+        LogCapture capture(LoggingMode::WARNING_LOG);
+        harness.services->SetCryptoService(c.first);
+        EXPECT_EQ(GenerateMid(), "");
+        EXPECT_EQ(CountIdentityLines(capture, LoggingMode::WARNING_LOG, c.second), 1u);
+        EXPECT_EQ(CountIdentityLines(capture), 1u);
+    }
+    LogCapture capture(LoggingMode::WARNING_LOG);
+    EXPECT_EQ(std::make_shared<Identity>()->GenerateMID(), "");
+    EXPECT_EQ(
+        CountIdentityLines(capture, LoggingMode::WARNING_LOG, "Unable to generate mid. Platform services is null."),
+        1u);
+}
+
+TEST(IdentityMidTest, RealSourceGivesThirtyEightDigits) {
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    std::string first, second;
+    harness.RunInIdentityQueue([&] {
+        first = harness.identity->GenerateMID();
+        second = harness.identity->GenerateMID();
+    });
+    EXPECT_EQ(first.size(), 38u);
+    EXPECT_EQ(first.find_first_not_of("0123456789"), std::string::npos) << first;
+    EXPECT_NE(first, second);
+}
+
+TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
+    const std::string mid = "01234567890123456789012345678901234567";
+    const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
+    auto build = [&](const std::string& mid, const std::string& blob, const std::string& hint,
+                     const StringMap& identifiers, VisitorIdAuthenticationState state, const StringMap& dpids,
+                     bool ssl) {
+        std::string url;
+        InQueue([&](Identity& identity) {
+            identity.mid = mid;
+            identity.blob = blob;
+            identity.location_hint = hint;
+            // Stored customer ids are never sent.
+            identity.customer_ids =
+                identity.GenerateCustomerIds({{"stored", "old"}}, VisitorIdAuthenticationState::UNKNOWN);
+            url = identity.BuildUrlString(identity.GenerateCustomerIds(identifiers, state), dpids,
+                                          MakeConfig(ORG, "identity.example", ssl));
+        });
+        return url;
+    };
+    EXPECT_EQ(build(mid, "hmk_Lq6T", "9", {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}},
+                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", "pushtoken"}}, true),
+              "https" + head + "&d_mid=" + mid +
+                  "&d_blob=hmk_Lq6T&dcs_region=9&d_cid_ic=DSID_20915%01AAAA-BBBB%011&d_cid_ic=crm%01abc%011"
+                  "&d_cid=20920%01pushtoken");
+    EXPECT_EQ(build(mid, "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
+              "http" + head + "&d_mid=" + mid + "&d_cid_ic=crm%01%010");
+    EXPECT_EQ(build("", "", "", {}, VisitorIdAuthenticationState::UNKNOWN, {}, true), "https" + head);
+    // Server values go out unescaped while ids are encoded.
+    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}}, VisitorIdAuthenticationState::LOGGED_OUT,
+                    {{"20920", ""}, {"1 2", "v&w"}}, true),
+              "https" + head +
+                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=email%01a%20b%26c%2501%012"
+                  "&d_cid=1%202%01v%26w&d_cid=20920%01");
+    // Without a configuration the default server is used.
+    EXPECT_EQ(std::make_shared<Identity>()->BuildUrlString({}, {}, nullptr),
+              "https://id.velmora.net/id?d_rtbd=json&d_ver=2&d_orgid=");
 }
