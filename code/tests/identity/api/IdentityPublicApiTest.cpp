@@ -17,7 +17,6 @@
 #include "tests/identity/api/Answers.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
@@ -225,33 +224,6 @@ TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValueAndEmptyWhenThereIsNone)
     EXPECT_EQ(list[0]->id_type, "crm");
     EXPECT_EQ(list[0]->authentication_state, State::AUTHENTICATED);
     EXPECT_EQ(list[1]->id, "L-1");
-}
-
-TEST_F(IdentityPublicApiTest, EverythingWaitsForAPendingConfigurationThenRunsInOrder) {
-    harness.Boot();
-    api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
-    api->SetUserIdentifier("vid-7");
-    auto user = std::make_shared<StringAnswers>();
-    api->GetUserIdentifier(user->StringCallback());
-    auto mid = std::make_shared<StringAnswers>();
-    api->GetOndaraCloudId(mid->StringCallback());
-    auto url = std::make_shared<StringAnswers>();
-    api->AppendToUrl("https://shop.example/", url->StringCallback());
-
-    // The boot's forced sync and the five requests stand in the queue; nothing was answered.
-    EXPECT_TRUE(VelmoraTest::WaitFor([&] {
-        size_t size = 0;
-        harness.RunInIdentityQueue([&] { size = harness.identity->event_queue.size(); });
-        return size == 6;
-    }));
-    EXPECT_EQ(user->Count() + mid->Count() + url->Count(), 0u);
-
-    Configure("optedin");
-    EXPECT_EQ(user->First(), "vid-7");
-    EXPECT_EQ(mid->First().size(), 38u);
-    EXPECT_NE(url->First().find("OCMID%3D" + mid->First()), std::string::npos);
-    ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));
-    EXPECT_NE(server.Requests()[1].query.find("&d_cid_ic=crm%01alice%011"), std::string::npos);
 }
 
 TEST_F(IdentityPublicApiTest, RequestsCarryTheirDataAndEmptyCallbacksSendNothing) {
