@@ -154,25 +154,12 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     }
 }
 
-TEST_F(IdentitySyncTest, RequestsThatMayNotSyncLeaveNoTrace) {
+TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationDropsTheSyncWithItsOwnMessage) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    // Opted out: dropped untouched.
-    auto event = SyncEvent({{"crm", "abc"}}, 1);
-    EXPECT_TRUE(Sync(event, MakeConfig(ORG, "identity.example", true, "optedout")));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out."), 1u);
-    EXPECT_EQ(harness.IdentityState(event), nullptr);
-
-    // No org id anywhere: the event waits, silently.
-    capture.Clear();
-    InQueue([](Identity& identity) { identity.latest_valid_config = nullptr; });
-    event = SyncEvent({{"crm", "abc"}});
-    EXPECT_FALSE(Sync(event, MakeConfig("")));
-    EXPECT_FALSE(capture.ContainsFragment("Ignoring ID"));
-
-    // An opted-out latest configuration has its own message.
     InQueue([](Identity& identity) {
         identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
     });
+    auto event = SyncEvent({{"crm", "abc"}});
     EXPECT_TRUE(Sync(event, MakeConfig("")));
     EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
     EXPECT_EQ(harness.IdentityState(event), nullptr);
@@ -227,14 +214,6 @@ TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedA
     }));
     EXPECT_EQ(state->OptString("mid", ""), FIXED_MID);
     EXPECT_EQ(state->GetTypedVector<VisitorId>("visitoridslist").Value().size(), 1u);
-
-    // The forced sync of the boot published just before it, without customer ids.
-    auto before = EventBuilder("before", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-                      .SetEventNumber(event->GetEventNumber() - 1)
-                      .Build();
-    auto boot_state = harness.IdentityState(before);
-    ASSERT_NE(boot_state, nullptr);
-    EXPECT_FALSE(boot_state->ContainsKey("visitoridslist"));
 
     // Both syncs reach the server, the forced one first.
     ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));
