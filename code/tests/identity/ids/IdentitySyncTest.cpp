@@ -302,19 +302,6 @@ TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
         1u);
 }
 
-TEST(IdentityMidTest, RealSourceGivesThirtyEightDigits) {
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    std::string first, second;
-    harness.RunInIdentityQueue([&] {
-        first = harness.identity->GenerateMID();
-        second = harness.identity->GenerateMID();
-    });
-    EXPECT_EQ(first.size(), 38u);
-    EXPECT_EQ(first.find_first_not_of("0123456789"), std::string::npos) << first;
-    EXPECT_NE(first, second);
-}
-
 TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
     const std::string mid = "01234567890123456789012345678901234567";
     const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
