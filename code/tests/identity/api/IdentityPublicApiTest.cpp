@@ -15,7 +15,7 @@
 #include "runtime/values/StringUtils.h"
 #include "runtime/values/Variant.h"
 #include "tests/identity/api/Answers.h"
-#include "tests/identity/support/IdentityHarness.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
 
@@ -141,10 +141,8 @@ protected:
     }
 
     void Configure(const std::string& privacy) {
-        harness.ConfigureVariants({{"ondaraCloud.server", Variant::FromString(server.Host())},
-                                   {"global.ssl", Variant::FromBoolean(false)},
-                                   {"global.privacy", Variant::FromString(privacy)},
-                                   {"ondaraCloud.org", Variant::FromString(ORG)}});
+        VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                         {{"ondaraCloud.org", ORG}, {"global.privacy", privacy}});
     }
 
     /// Sends a getter and waits for its answer: every request sent before it has been answered

@@ -12,9 +12,9 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/services/helpers/TimeUtils.h"
-#include "runtime/values/Variant.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -181,9 +181,7 @@ TEST_F(IdentitySyncTest, NothingNewInsideTheTimeToLiveIsSkippedWithoutAState) {
 
 TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedAtItsOwnNumber) {
     VelmoraTestServer::TestIdentityServer server;
-    harness.ConfigureVariants({{"ondaraCloud.org", Variant::FromString(ORG)},
-                               {"ondaraCloud.server", Variant::FromString(server.Host())},
-                               {"global.ssl", Variant::FromBoolean(false)}});
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
     harness.Boot();
 
     auto event = harness.DispatchIdentityRequest(SyncData({{"crm", "abc"}}, 1, "token"), "sync request");
