@@ -6,17 +6,25 @@
 
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
-#include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::CountIdentityLines;
 using VelmoraTest::LogCapture;
 
+// Generation, merge and the stored string only touch customer_ids: an Identity off the bus is enough.
 namespace {
 
 using Ids = std::vector<std::shared_ptr<VisitorId>>;
 using State = VisitorIdAuthenticationState;
+using Lines = std::vector<std::string>;
+
+const std::string EMPTY_TOKEN = "ID Service - Unable to load Customer ID from empty string: ";
+const std::string MALFORMED = "ID Service - Identifier has malformed value: ";
+const std::string UNDEFINED = "ID Service - Unable to load Customer ID from defaults, name or value was undefined: ";
+const std::string NO_EQUALS = "ID Service - Unable to load Customer ID from defaults: ";
+const std::string BAD_STATE = "Unable to create VisitorID object (stoi)";
+const std::string EMPTY_TYPE =
+    "Unable to create VisitorID object (Failed to initialize VisitorId object, id type is empty)";
 
 std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, State state,
                               const std::string& origin = "d_cid_ic") {
@@ -24,8 +32,8 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
 }
 
 // Each id as "origin:type:id:state".
-std::vector<std::string> Describe(const Ids& ids) {
-    std::vector<std::string> out;
+Lines Describe(const Ids& ids) {
+    Lines out;
     for (const auto& id : ids) {
         out.push_back(id->id_origin + ":" + id->id_type + ":" + id->id + ":" +
                       std::to_string(static_cast<int>(id->authentication_state)));
@@ -33,50 +41,95 @@ std::vector<std::string> Describe(const Ids& ids) {
     return out;
 }
 
+// The identity module's debug lines, in order.
+Lines DebugLines(const LogCapture& capture) {
+    Lines out;
+    for (const auto& line : capture.Lines()) {
+        if (line.tag == "com.velmora.module.identity" && line.mode == LoggingMode::DEBUG_LOG)
+            out.push_back(line.message);
+    }
+    return out;
+}
+
 }  // namespace
 
-// Generation and merge only touch customer_ids: an Identity off the bus is enough.
 TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
     auto identity = std::make_shared<Identity>();
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    EXPECT_EQ(
-        Describe(identity->GenerateCustomerIds(
-            {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}, {"loyalty", ""}, {"!!!", "lost"}}, State::LOGGED_OUT)),
-        (std::vector<std::string>{"d_cid_ic:DSID_20915:AAAA-BBBB:1", "d_cid_ic:crm:abc:2", "d_cid_ic:loyalty::2"}));
-    EXPECT_EQ(CountIdentityLines(capture, LoggingMode::DEBUG_LOG,
-                                 "Unable to create VisitorID object (Failed to initialize VisitorId object, id type is "
-                                 "empty)"),
-              1u);
+    EXPECT_EQ(Describe(identity->GenerateCustomerIds(
+                  {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}, {"loyalty", ""}, {"!!!", "lost"}}, State::LOGGED_OUT)),
+              (Lines{"d_cid_ic:DSID_20915:AAAA-BBBB:1", "d_cid_ic:crm:abc:2", "d_cid_ic:loyalty::2"}));
+    EXPECT_EQ(DebugLines(capture), Lines{EMPTY_TYPE});
     // "DSID_20915." cleans to the same type but is not the advertising id's key.
     EXPECT_EQ(Describe(identity->GenerateCustomerIds({{"DSID_20915.", "x"}}, State::UNKNOWN)),
-              std::vector<std::string>{"d_cid_ic:DSID_20915:x:0"});
-    EXPECT_TRUE(identity->GenerateCustomerIds({}, State::AUTHENTICATED).empty());
-
+              Lines{"d_cid_ic:DSID_20915:x:0"});
     // Two keys of one cleaned type go out twice but merge to one.
     Ids twice = identity->GenerateCustomerIds({{"c-rm", "first"}, {"crm", "second"}}, State::AUTHENTICATED);
     EXPECT_EQ(twice.size(), 2u);
-    EXPECT_EQ(Describe(identity->MergeCustomerIds(twice)), std::vector<std::string>{"d_cid_ic:crm:second:1"});
+    EXPECT_EQ(Describe(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
 }
 
 TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemoves) {
     auto identity = std::make_shared<Identity>();
     auto crm = Id("crm", "old", State::AUTHENTICATED, "stored-origin");
-    auto loyalty = Id("loyalty", "77", State::AUTHENTICATED);
-    identity->customer_ids = {crm, loyalty};
-
+    identity->customer_ids = {crm, Id("loyalty", "77", State::AUTHENTICATED)};
     Ids merged = identity->MergeCustomerIds({Id("email", "e@x", State::UNKNOWN),
                                              Id("crm", "new", State::LOGGED_OUT, "other-origin"),
                                              Id("loyalty", "", State::LOGGED_OUT)});
-    EXPECT_EQ(Describe(merged),
-              (std::vector<std::string>{"stored-origin:crm:new:2", "d_cid_ic:loyalty::2", "d_cid_ic:email:e@x:0"}));
-    // The stored records themselves are overwritten: the module's list sees it at once.
+    EXPECT_EQ(Describe(merged), (Lines{"stored-origin:crm:new:2", "d_cid_ic:loyalty::2", "d_cid_ic:email:e@x:0"}));
+    // The stored record itself is overwritten: the module's list sees it at once.
     EXPECT_EQ(merged[0], crm);
-    EXPECT_EQ(merged[1], loyalty);
-    ASSERT_EQ(identity->customer_ids.size(), 2u);
-    EXPECT_EQ(identity->customer_ids[0]->id, "new");
-
     identity->customer_ids = merged;
     EXPECT_EQ(identity->MergeCustomerIds({}), merged);
-    identity->customer_ids.clear();
-    EXPECT_EQ(identity->MergeCustomerIds(merged), merged);
+}
+
+TEST(IdentityCustomerIdsTest, StoredStringIsWrittenWithoutEncoding) {
+    auto identity = std::make_shared<Identity>();
+    // The writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
+    EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString(
+                  {Id("crm", "abc", State::AUTHENTICATED, "somewhere"), Id("loyalty", "77", State::LOGGED_OUT),
+                   Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),
+              "&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012&d_cid_ic=mail%01a b&c%010&d_cid_ic=odd%01%019");
+    EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString({}), "");
+}
+
+TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkipped) {
+    const struct {
+        std::string stored;
+        Lines loaded;
+        Lines log;
+    } cases[] = {
+        // The writer's leading "&" gives one empty token per load: logged, nothing lost.
+        {"&d_cid_ic=crm%01abc%011&d_cid_ic=l%01%012", {"d_cid_ic:crm:abc:1", "d_cid_ic:l::2"}, {EMPTY_TOKEN}},
+        {"", {}, {}},
+        {"&", {}, {EMPTY_TOKEN, EMPTY_TOKEN}},
+        {"d_cid_ic=crm%01abc%011&d_cid_ic&d_cid_ic=l%0177%012",
+         {"d_cid_ic:crm:abc:1", "d_cid_ic:l:77:2"},
+         {NO_EQUALS + "d_cid_ic"}},
+        // Whatever stands before the "=" becomes the origin.
+        {"=crm%01abc%011&d_cid_ic=&x=crm%01abc%011",
+         {"x:crm:abc:1"},
+         {UNDEFINED + "=crm%01abc%011", UNDEFINED + "d_cid_ic="}},
+        {"d_cid_ic=crm%01abc&d_cid_ic=crm%01abc%011%01extra&d_cid_ic=ok%01v%012",
+         {"d_cid_ic:ok:v:2"},
+         {MALFORMED + "crm%01abc", MALFORMED + "crm%01abc%011%01extra"}},
+        {"d_cid_ic=crm%01abc%01x", {}, {BAD_STATE}},
+        {"d_cid_ic=big%01abc%0199999999999", {}, {BAD_STATE}},
+        {"d_cid_ic=!!%01abc%011", {}, {EMPTY_TYPE}},
+        // "&" and "%01" inside an id break its entry; "=" survives; a raw control byte is no delimiter.
+        {"d_cid_ic=amp%01a&b%011&d_cid_ic=eq%01a=b%011",
+         {"d_cid_ic:eq:a=b:1"},
+         {MALFORMED + "amp%01a", NO_EQUALS + "b%011"}},
+        {"d_cid_ic=crm\001abc\0011", {}, {MALFORMED + "crm\001abc\0011"}},
+        // Unknown states map to UNKNOWN, trailing text after the number is ignored, "." is kept.
+        {"d_cid_ic=a%01x%017&d_cid_ic=b%01y%01-1&d_cid_ic=c%01z%012abc&d_cid_ic=d.d%01w%011",
+         {"d_cid_ic:a:x:0", "d_cid_ic:b:y:0", "d_cid_ic:c:z:2", "d_cid_ic:d.d:w:1"},
+         {}},
+    };
+    auto identity = std::make_shared<Identity>();
+    for (const auto& c : cases) {
+        LogCapture capture(LoggingMode::DEBUG_LOG);
+        EXPECT_EQ(Describe(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;
+        EXPECT_EQ(DebugLines(capture), c.log) << c.stored;
+    }
 }

@@ -4,18 +4,17 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "identity/hits/IdentityHitDatabase.h"
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/EventData.h"
-#include "runtime/bus/EventSource.h"
-#include "runtime/bus/EventType.h"
 #include "runtime/services/helpers/TimeUtils.h"
-#include "runtime/values/Variant.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -24,6 +23,7 @@
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
 using VelmoraTest::CryptoWithUuid;
+using VelmoraTest::FakeCryptoService;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeConfig;
@@ -89,7 +89,11 @@ protected:
     void InQueue(const std::function<void(Identity&)>& work) {
         harness.RunInIdentityQueue([&] { work(*harness.identity); });
     }
-
+    std::string GenerateMid() {
+        std::string mid;
+        InQueue([&](Identity& identity) { mid = identity.GenerateMID(); });
+        return mid;
+    }
     size_t DebugLines(const LogCapture& capture, const std::string& message) {
         return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
     }
@@ -150,68 +154,34 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     }
 }
 
-TEST_F(IdentitySyncTest, RequestsThatMayNotSyncLeaveNoTrace) {
+TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationDropsTheSyncWithItsOwnMessage) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    // Opted out: dropped untouched.
-    auto event = SyncEvent({{"crm", "abc"}}, 1);
-    EXPECT_TRUE(Sync(event, MakeConfig(ORG, "identity.example", true, "optedout")));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out."), 1u);
-    EXPECT_EQ(harness.IdentityState(event), nullptr);
-
-    // No org id anywhere: the event waits, silently.
-    capture.Clear();
-    InQueue([](Identity& identity) { identity.latest_valid_config = nullptr; });
-    event = SyncEvent({{"crm", "abc"}});
-    EXPECT_FALSE(Sync(event, MakeConfig("")));
-    EXPECT_FALSE(capture.ContainsFragment("Ignoring ID"));
-
-    // An opted-out latest configuration has its own message.
     InQueue([](Identity& identity) {
         identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
     });
+    auto event = SyncEvent({{"crm", "abc"}});
     EXPECT_TRUE(Sync(event, MakeConfig("")));
     EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
     EXPECT_EQ(harness.IdentityState(event), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
 
-TEST_F(IdentitySyncTest, NothingNewInsideTheTimeToLiveIsSkippedAndAfterItGoesOut) {
-    VelmoraTestServer::TestIdentityServer server;
+TEST_F(IdentitySyncTest, NothingNewInsideTheTimeToLiveIsSkippedWithoutAState) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    int64_t now = TimeUtils::GetUnixTimeInSeconds();
     InQueue([&](Identity& identity) {
-        identity.latest_valid_config = MakeConfig("LATESTORG", server.Host(), false);
         identity.mid = "m1";
-        identity.blob.clear();
-        identity.location_hint.clear();
         identity.ttl = std::chrono::seconds(600);
-        identity.last_sync = std::chrono::seconds(now);
+        identity.last_sync = std::chrono::seconds(TimeUtils::GetUnixTimeInSeconds());
     });
     auto skipped = SyncEvent();
-    EXPECT_TRUE(Sync(skipped, MakeConfig("", "elsewhere.example")));
+    EXPECT_TRUE(Sync(skipped, MakeConfig(ORG)));
     EXPECT_EQ(DebugLines(capture, NOTHING_NEW), 1u);
     EXPECT_EQ(harness.IdentityState(skipped), nullptr);
-
-    int64_t earlier = now - 601;
-    InQueue([&](Identity& identity) { identity.last_sync = std::chrono::seconds(earlier); });
-    auto event = SyncEvent();
-    // The event's own configuration has no org id: the latest valid one is used.
-    EXPECT_TRUE(Sync(event, MakeConfig("", "elsewhere.example")));
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
-    EXPECT_EQ(server.Requests()[0].path, "/id");
-    EXPECT_EQ(server.Requests()[0].query, "d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1");
-    InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), now); });
-    // The state of this sync still carries the previous time.
-    auto state = harness.IdentityState(event);
-    ASSERT_NE(state, nullptr);
-    EXPECT_EQ(state->OptLong("lastsync", -1), earlier);
 }
 
 TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedAtItsOwnNumber) {
     VelmoraTestServer::TestIdentityServer server;
-    harness.ConfigureVariants({{"ondaraCloud.org", Variant::FromString(ORG)},
-                               {"ondaraCloud.server", Variant::FromString(server.Host())},
-                               {"global.ssl", Variant::FromBoolean(false)}});
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
     harness.Boot();
 
     auto event = harness.DispatchIdentityRequest(SyncData({{"crm", "abc"}}, 1, "token"), "sync request");
@@ -223,14 +193,6 @@ TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedA
     }));
     EXPECT_EQ(state->OptString("mid", ""), FIXED_MID);
     EXPECT_EQ(state->GetTypedVector<VisitorId>("visitoridslist").Value().size(), 1u);
-
-    // The forced sync of the boot published just before it, without customer ids.
-    auto before = EventBuilder("before", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-                      .SetEventNumber(event->GetEventNumber() - 1)
-                      .Build();
-    auto boot_state = harness.IdentityState(before);
-    ASSERT_NE(boot_state, nullptr);
-    EXPECT_FALSE(boot_state->ContainsKey("visitoridslist"));
 
     // Both syncs reach the server, the forced one first.
     ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));
@@ -266,8 +228,11 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
     const std::string file = harness.DataDir() + "/VLBMobileIdentity.sqlite";
     for (size_t i = 0; i < cases.size(); ++i) {
         const int64_t before = TimeUtils::GetUnixTimeInSeconds();
+        int64_t previous = -1;
+        InQueue([&](Identity& identity) { previous = identity.last_sync.count(); });
         auto event = SyncEvent(cases[i].identifiers, cases[i].state);
         ASSERT_TRUE(Sync(event, own));
+        InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), before); });
         auto rows = VelmoraTest::ReadHitRows(file);
         ASSERT_EQ(rows.size(), i + 1);
         EXPECT_EQ(rows[i][0], prefix + cases[i].url_tail);
@@ -276,6 +241,7 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         EXPECT_TRUE(stored >= before - 1 && stored <= TimeUtils::GetUnixTimeInSeconds()) << "seconds: " << stored;
         auto state = harness.IdentityState(event);
         ASSERT_NE(state, nullptr);
+        EXPECT_EQ(state->OptLong("lastsync", -1), previous) << "published before the last sync moves";
         std::vector<std::string> kept;
         const auto ids = state->GetTypedVector<VisitorId>("visitoridslist").Value();
         for (const auto& id : ids) {
@@ -296,4 +262,78 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         EXPECT_EQ(identity.last_sync.count(), 5);
         identity.hit_database.swap(aside);
     });
+}
+
+TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
+    const struct {
+        uint8_t bytes[16];
+        std::string mid;
+    } cases[] = {
+        {{0, 0, 0, 0, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, FIXED_MID},
+        // 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
+        {{1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
+         "00726238597903828560072623859790382856"},
+        {{0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0},
+         "92233720368547758070000000000000000000"},
+        // The lowest value has no absolute value and keeps its sign: 39 characters.
+        {{0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A}, "-92233720368547758080000000000000000042"},
+        {{0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}, "0000000000000000000-9223372036854775808"},
+    };
+    for (const auto& c : cases) {
+        harness.services->SetCryptoService(CryptoWithUuid(c.bytes));
+        EXPECT_EQ(GenerateMid(), c.mid);
+    }
+    // Missing services give an empty MID and one warning each.
+    const std::vector<std::pair<std::shared_ptr<CryptoServiceInterface>, std::string>> missing = {
+        {nullptr, "Unable to generate mid. Crypto services is null."},
+        {std::make_shared<FakeCryptoService>(nullptr), "Unable to generate mid. UUID Interface is null."}};
+    for (const auto& c : missing) {
+        LogCapture capture(LoggingMode::WARNING_LOG);
+        harness.services->SetCryptoService(c.first);
+        EXPECT_EQ(GenerateMid(), "");
+        EXPECT_EQ(CountIdentityLines(capture, LoggingMode::WARNING_LOG, c.second), 1u);
+    }
+    LogCapture capture(LoggingMode::WARNING_LOG);
+    EXPECT_EQ(std::make_shared<Identity>()->GenerateMID(), "");
+    EXPECT_EQ(
+        CountIdentityLines(capture, LoggingMode::WARNING_LOG, "Unable to generate mid. Platform services is null."),
+        1u);
+}
+
+TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
+    const std::string mid = "01234567890123456789012345678901234567";
+    const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
+    auto build = [&](const std::string& mid, const std::string& blob, const std::string& hint,
+                     const StringMap& identifiers, VisitorIdAuthenticationState state, const StringMap& dpids,
+                     bool ssl) {
+        std::string url;
+        InQueue([&](Identity& identity) {
+            identity.mid = mid;
+            identity.blob = blob;
+            identity.location_hint = hint;
+            // Stored customer ids are never sent.
+            identity.customer_ids =
+                identity.GenerateCustomerIds({{"stored", "old"}}, VisitorIdAuthenticationState::UNKNOWN);
+            url = identity.BuildUrlString(identity.GenerateCustomerIds(identifiers, state), dpids,
+                                          MakeConfig(ORG, "identity.example", ssl));
+        });
+        return url;
+    };
+    EXPECT_EQ(build(mid, "hmk_Lq6T", "9", {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}},
+                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", "pushtoken"}}, true),
+              "https" + head + "&d_mid=" + mid +
+                  "&d_blob=hmk_Lq6T&dcs_region=9&d_cid_ic=DSID_20915%01AAAA-BBBB%011&d_cid_ic=crm%01abc%011"
+                  "&d_cid=20920%01pushtoken");
+    EXPECT_EQ(build(mid, "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
+              "http" + head + "&d_mid=" + mid + "&d_cid_ic=crm%01%010");
+    EXPECT_EQ(build("", "", "", {}, VisitorIdAuthenticationState::UNKNOWN, {}, true), "https" + head);
+    // Server values go out unescaped while ids are encoded.
+    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}}, VisitorIdAuthenticationState::LOGGED_OUT,
+                    {{"20920", ""}, {"1 2", "v&w"}}, true),
+              "https" + head +
+                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=email%01a%20b%26c%2501%012"
+                  "&d_cid=1%202%01v%26w&d_cid=20920%01");
+    // Without a configuration the default server is used.
+    EXPECT_EQ(std::make_shared<Identity>()->BuildUrlString({}, {}, nullptr),
+              "https://id.velmora.net/id?d_rtbd=json&d_ver=2&d_orgid=");
 }

@@ -66,11 +66,4 @@ inline size_t CountIdentityLines(const LogCapture& capture, VelmoraMobile::Loggi
     return count;
 }
 
-/// Lines of the identity module's tag, any level.
-inline size_t CountIdentityLines(const LogCapture& capture) {
-    size_t count = 0;
-    for (const auto& line : capture.Lines()) count += line.tag == "com.velmora.module.identity";
-    return count;
-}
-
 }  // namespace VelmoraTest

@@ -6,16 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "identity/module/ConfigurationSharedStateIdentity.h"
 #include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/SharedStatePending.h"
 #include "runtime/services/helpers/TimeUtils.h"
-#include "tests/identity/support/IdentityHarness.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
+using VelmoraTest::MakeData;
 
 namespace {
 
@@ -23,31 +22,16 @@ const std::string MID = "01234567890123456789012345678901234567";
 const std::string AID = "5B3C1D8A";
 const std::string ORG = "1234ABCD5678EFGH";
 
-// The decoration of the worked example (MID, AID, ORG, user "user1") made at `time`.
-std::string Example(int64_t time) {
-    return "velmora_mc=TS%3D" + std::to_string(time) + "%7COCMID%3D" + MID + "%7COCAID%3D" + AID + "%7COCORGID%3D" +
-           ORG + "&velmora_aa_vid=user1";
-}
-
-// What a payload holds without MID and user: TS, then OCAID and OCORGID when given.
-std::function<std::string(int64_t)> Bare(const std::string& aid, const std::string& org) {
-    return [aid, org](int64_t time) {
+// What a payload holds at `time`: TS, then OCMID, OCAID and OCORGID when given, then the user.
+std::function<std::string(int64_t)> Payload(const std::string& mid, const std::string& aid, const std::string& org,
+                                            const std::string& user = "") {
+    return [=](int64_t time) {
         std::string payload = "velmora_mc=TS%3D" + std::to_string(time);
+        if (!mid.empty()) payload += "%7COCMID%3D" + mid;
         if (!aid.empty()) payload += "%7COCAID%3D" + aid;
-        return org.empty() ? payload : payload + "%7COCORGID%3D" + org;
+        if (!org.empty()) payload += "%7COCORGID%3D" + org;
+        return user.empty() ? payload : payload + "&velmora_aa_vid=" + user;
     };
-}
-
-std::shared_ptr<ConfigurationSharedStateIdentity> ConfigWithOrg(const std::string& org_id) {
-    auto data = std::make_shared<EventData>();
-    if (!org_id.empty()) data->PutString("ondaraCloud.org", org_id);
-    return std::make_shared<ConfigurationSharedStateIdentity>(data);
-}
-
-std::shared_ptr<EventData> Data(const std::string& key, const std::string& value) {
-    auto data = std::make_shared<EventData>();
-    data->PutString(key, value);
-    return data;
 }
 
 // Stands in for the analytics extension: it only publishes shared states.
@@ -63,7 +47,6 @@ struct Made {
     int64_t from;
     int64_t to;
 
-    // The URL equals `expected(t)` for some t in the window.
     ::testing::AssertionResult Is(const std::function<std::string(int64_t)>& expected) const {
         for (int64_t time = from; time <= to; ++time) {
             if (url == expected(time)) return ::testing::AssertionSuccess();
@@ -88,14 +71,6 @@ protected:
         });
     }
 
-    Made Payload(const std::string& org, const std::shared_ptr<EventData>& analytics_state) {
-        Made made{"", TimeUtils::GetUnixTime(), 0};
-        harness.RunInIdentityQueue(
-            [&] { made.url = harness.identity->GenerateVisitorIdPayload(ConfigWithOrg(org), analytics_state); });
-        made.to = TimeUtils::GetUnixTime();
-        return made;
-    }
-
     // Dispatches a URL request through the hub and reads the response's "updatedurl".
     Made Request(const std::shared_ptr<EventData>& data) {
         Made made{"", TimeUtils::GetUnixTime(), 0};
@@ -109,7 +84,7 @@ protected:
         return made;
     }
 
-    IdentityHarness harness;
+    VelmoraTest::IdentityHarness harness;
     std::shared_ptr<FakeAnalytics> analytics;
 };
 
@@ -117,13 +92,12 @@ protected:
 
 TEST_F(UrlDecorationTest, EveryBaseUrlShapeOfTheTable) {
     SetFields(MID, "user1");
-    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(Data("aid", AID)));
-    struct Row {
+    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", AID}})));
+    const struct {
         std::string base;
         std::string before;  // text in front of the decoration
         std::string after;   // text behind it
-    };
-    const std::vector<Row> rows = {
+    } rows[] = {
         {"https://site.example/page", "https://site.example/page?", ""},
         {"https://site.example/page?", "https://site.example/page?", ""},
         {"https://site.example/page?a=1", "https://site.example/page?a=1&", ""},
@@ -134,43 +108,45 @@ TEST_F(UrlDecorationTest, EveryBaseUrlShapeOfTheTable) {
         {"#top", "#top?", ""},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.base);
-        EXPECT_TRUE(Request(Data("baseurl", row.base)).Is([&](int64_t time) {
-            return row.before + Example(time) + row.after;
-        }));
+        EXPECT_TRUE(Request(MakeData({{"baseurl", row.base}})).Is([&](int64_t time) {
+            return row.before + Payload(MID, AID, ORG, "user1")(time) + row.after;
+        })) << row.base;
     }
-    EXPECT_EQ(Request(Data("baseurl", "")).url, "");
+    EXPECT_EQ(Request(MakeData({{"baseurl", ""}})).url, "");
     auto number = std::make_shared<EventData>();
     number->PutInteger("baseurl", 7);
     EXPECT_EQ(Request(number).url, "");
+
+    // The user identifier is encoded while the base URL is left as it is; an existing
+    // "velmora_mc" is not looked for, so a second one is appended.
+    SetFields("", "a b&c=d/é");
+    const std::string base = "https://site.example/p%41th with space?velmora_mc=old";
+    EXPECT_TRUE(Request(MakeData({{"baseurl", base}})).Is([&](int64_t time) {
+        return base + "&" + Payload("", AID, ORG, "a%20b%26c%3Dd%2F%C3%A9")(time);
+    }));
 }
 
 TEST_F(UrlDecorationTest, PayloadLeavesOutWhatIsMissing) {
     SetFields("", "");
-    EXPECT_TRUE(Payload(ORG, Data("aid", AID)).Is(Bare(AID, ORG)));
     // An empty, absent, ill-typed or pending analytics id, and an empty org id, are left out.
     auto other_kind = std::make_shared<EventData>();
     other_kind->PutInteger("aid", 42);
-    for (const auto& state : {Data("aid", ""), other_kind, std::shared_ptr<EventData>(), SHARED_STATE_PENDING}) {
-        EXPECT_TRUE(Payload("", state).Is(Bare("", "")));
+    for (const auto& state :
+         {MakeData({{"aid", ""}}), other_kind, std::shared_ptr<EventData>(), SHARED_STATE_PENDING}) {
+        Made made{"", TimeUtils::GetUnixTime(), 0};
+        harness.RunInIdentityQueue(
+            [&] { made.url = harness.identity->GenerateVisitorIdPayload(VelmoraTest::MakeConfig(""), state); });
+        made.to = TimeUtils::GetUnixTime();
+        EXPECT_TRUE(made.Is(Payload("", "", "")));
     }
-}
-
-TEST_F(UrlDecorationTest, UserIdentifierIsEncodedWhileTheBaseUrlIsLeftAsItIs) {
-    SetFields("", "a b&c=d/é");
-    const std::string base = "https://site.example/p%41th with space?velmora_mc=old";
-    // The existing "velmora_mc" is not looked for: a second one is appended.
-    EXPECT_TRUE(Request(Data("baseurl", base)).Is([&](int64_t time) {
-        return base + "&" + Bare("", ORG)(time) + "&velmora_aa_vid=a%20b%26c%3Dd%2F%C3%A9";
-    }));
 }
 
 TEST_F(UrlDecorationTest, EachRequestUsesTheAnalyticsIdAtItsPlace) {
     // Two queued requests with a new analytics state between them: each sees its own.
-    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(Data("aid", "AAA")));
-    auto first = harness.DispatchIdentityRequest(Data("baseurl", "first"));
-    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(Data("aid", "BBB")));
-    auto second = harness.DispatchIdentityRequest(Data("baseurl", "second"));
+    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", "AAA"}})));
+    auto first = harness.DispatchIdentityRequest(MakeData({{"baseurl", "first"}}));
+    ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", "BBB"}})));
+    auto second = harness.DispatchIdentityRequest(MakeData({{"baseurl", "second"}}));
     for (const auto& [request, aid] : {std::make_pair(first, "AAA"), std::make_pair(second, "BBB")}) {
         auto response = harness.WaitForResponse(request->GetResponsePairID());
         ASSERT_NE(response, nullptr);

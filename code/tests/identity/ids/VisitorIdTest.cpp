@@ -4,47 +4,97 @@
 #include <string>
 #include <vector>
 
-#include "identity/ids/VisitorId.h"
+#include "identity/ids/VisitorIdSerializer.h"
+#include "runtime/bus/EventData.h"
 #include "runtime/values/SdkError.h"
 #include "runtime/values/StringUtils.h"
+#include "runtime/values/Variant.h"
 
 using namespace VelmoraMobile;
 
 namespace {
 
-TEST(VisitorIdTest, ConstructorCleansTheTypeAndThrowsWhenNothingIsLeft) {
-    VisitorId id("", "..my id$type..", "", VisitorIdAuthenticationState::LOGGED_OUT);
-    EXPECT_EQ(id.id_type, "myidtype");
-    for (const std::string& raw : std::vector<std::string>{"", "...", "$%& -", "\xC3\xA9"}) {
+using State = VisitorIdAuthenticationState;
+using VisitorIdList = std::vector<std::shared_ptr<VisitorId>>;
+
+std::shared_ptr<Variant> Entry(const std::shared_ptr<Variant>& type, const std::shared_ptr<Variant>& state) {
+    Variant::VariantMap map{{"id_origin", Variant::FromString("d_cid_ic")}, {"id", Variant::FromString("value")}};
+    if (type) map["id_type"] = type;
+    if (state) map["authentication_state"] = state;
+    return Variant::FromVariantMap(map);
+}
+
+void ExpectError(const SdkError& error, const std::string& code, const std::string& message) {
+    EXPECT_EQ(error.GetCode(), code);
+    EXPECT_EQ(error.GetMessage(), message);
+}
+
+TEST(VisitorIdTest, TypeIsCleanedComparedAloneAndAnEmptyOneThrows) {
+    EXPECT_EQ(VisitorId("", "..my id$type..", "", State::LOGGED_OUT).id_type, "myidtype");
+    for (const std::string raw : {"", "...", "$%& -", "\xC3\xA9"}) {
         try {
-            VisitorId bad("d_cid_ic", raw, "value", VisitorIdAuthenticationState::AUTHENTICATED);
+            VisitorId bad("d_cid_ic", raw, "value", State::AUTHENTICATED);
             ADD_FAILURE() << "no error for id type \"" << raw << "\"";
         } catch (const SdkError& error) {
-            EXPECT_EQ(error.GetCode(), "std.logic_error.invalid_argument") << raw;
-            EXPECT_EQ(error.GetMessage(), "Failed to initialize VisitorId object, id type is empty") << raw;
-            EXPECT_NE(error.GetDebugInfo().file.find("code/src/identity/VisitorId"), std::string::npos);
+            ExpectError(error, "std.logic_error.invalid_argument",
+                        "Failed to initialize VisitorId object, id type is empty");
         }
     }
-}
-
-TEST(VisitorIdTest, EqualsComparesCleanedIdTypeOnly) {
-    auto first = std::make_shared<VisitorId>("d_cid_ic", "crm.id", "a", VisitorIdAuthenticationState::AUTHENTICATED);
-    EXPECT_TRUE(
-        first->Equals(std::make_shared<VisitorId>("o", ".crm..id!", "b", VisitorIdAuthenticationState::UNKNOWN)));
-    EXPECT_FALSE(first->Equals(std::make_shared<VisitorId>("d_cid_ic", "CRM.id", "a", first->authentication_state)));
-    EXPECT_FALSE(first->Equals(std::make_shared<VisitorId>("d_cid_ic", "crm", "a", first->authentication_state)));
+    auto first = std::make_shared<VisitorId>("d_cid_ic", "crm.id", "a", State::AUTHENTICATED);
+    EXPECT_TRUE(first->Equals(std::make_shared<VisitorId>("o", ".crm..id!", "b", State::UNKNOWN)));
+    EXPECT_FALSE(first->Equals(std::make_shared<VisitorId>("d_cid_ic", "CRM.id", "a", State::AUTHENTICATED)));
     EXPECT_FALSE(first->Equals(nullptr));
+
+    EXPECT_EQ(IntegerToVisitorIdAuthenticationState(2), State::LOGGED_OUT);
+    for (int value : {3, -1, 1 << 30}) EXPECT_EQ(IntegerToVisitorIdAuthenticationState(value), State::UNKNOWN) << value;
+    // The formatter must find this overload and not fall back to the integer.
+    EXPECT_EQ(StringUtils::FormatString("state %s.", State::LOGGED_OUT), "state \"logged_out\".");
+    EXPECT_EQ(StringUtils::ToString(static_cast<State>(9)), "\"unknown\"");
 }
 
-TEST(VisitorIdAuthenticationStateTest, OutOfRangeValuesAreUnknownAndFormatAsQuotedText) {
-    EXPECT_EQ(IntegerToVisitorIdAuthenticationState(2), VisitorIdAuthenticationState::LOGGED_OUT);
-    for (int value : {3, -1, 1 << 30}) {
-        EXPECT_EQ(IntegerToVisitorIdAuthenticationState(value), VisitorIdAuthenticationState::UNKNOWN) << value;
+TEST(VisitorIdTest, ListRoundTripKeepsOrderNullsAndFields) {
+    auto edited = std::make_shared<VisitorId>("o1", "crm", "", State::AUTHENTICATED);
+    edited->id_type = "a..b!";  // a type written past the constructor is cleaned on the way back
+    VisitorIdList ids{edited, nullptr, std::make_shared<VisitorId>("", "t2", "v2", static_cast<State>(9))};
+    auto back = Variant::FromTypedVector(ids)->GetTypedVector<VisitorId>();
+    ASSERT_TRUE(back.HasValue());
+    const VisitorIdList& list = back.Value();
+    ASSERT_EQ(list.size(), 3u);
+    ASSERT_TRUE(list[0] && list[2]);
+    EXPECT_EQ(list[0]->id_origin + "|" + list[0]->id_type + "|" + list[0]->id, "o1|a.b|");
+    EXPECT_EQ(list[0]->authentication_state, State::AUTHENTICATED);
+    EXPECT_EQ(list[1], nullptr);
+    EXPECT_EQ(list[2]->id, "v2");
+    EXPECT_EQ(static_cast<int>(list[2]->authentication_state), 9);
+}
+
+TEST(VisitorIdTest, WrongShapesGiveTheirErrorAndOneBadElementFailsTheWholeList) {
+    for (const auto& bad : {Variant::FromString("not a map"), Entry(nullptr, Variant::FromInteger(1)),
+                            Entry(Variant::FromInteger(3), Variant::FromInteger(1)),
+                            Entry(Variant::FromString("t"), Variant::FromLong(1))}) {
+        auto result = VisitorIdSerializer().Deserialize(*bad);
+        ASSERT_FALSE(result.HasValue());
+        ExpectError(result.Error(), "variant.not_type", "type error");
     }
-    // The formatter must find this overload and not fall back to the integer.
-    EXPECT_EQ(StringUtils::FormatString("state %s.", VisitorIdAuthenticationState::LOGGED_OUT),
-              "state \"logged_out\".");
-    EXPECT_EQ(StringUtils::ToString(static_cast<VisitorIdAuthenticationState>(9)), "\"unknown\"");
+    EventData data;
+    // The second of three has its state as text: no partial list comes back.
+    data.PutVariant("partial", Variant::FromVariantVector({Entry(Variant::FromString("a"), Variant::FromInteger(1)),
+                                                           Entry(Variant::FromString("t"), Variant::FromString("x")),
+                                                           Entry(Variant::FromString("c"), Variant::FromInteger(1))}));
+    data.PutString("text", "not a list");
+    data.PutVariant("bad_type", Variant::FromVariantVector({Entry(Variant::FromString("$"), Variant::FromInteger(1))}));
+    const struct {
+        std::string key, code, message;
+    } cases[] = {{"partial", "variant.not_type", "type error"},
+                 {"missing", "event_data.no_such_key", "key error"},
+                 {"text", "variant.not_vector", "type conversion error"}};
+    for (const auto& c : cases) {
+        auto result = data.GetTypedVector<VisitorId>(c.key);
+        ASSERT_FALSE(result.HasValue()) << c.key;
+        ExpectError(result.Error(), c.code, c.message);
+    }
+    // A type that cleans to nothing is the constructor's error, thrown rather than returned.
+    EXPECT_THROW(data.GetTypedVector<VisitorId>("bad_type"), SdkError);
 }
 
 }  // namespace

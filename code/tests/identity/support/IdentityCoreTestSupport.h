@@ -28,10 +28,9 @@ inline std::shared_ptr<VelmoraMobile::EventData> MakeData(const std::map<std::st
 /// HTTP, so that whatever a sync sends stays on 127.0.0.1.
 inline void ConfigureWithServer(IdentityHarness& harness, const std::string& server_host,
                                 const std::map<std::string, std::string>& values) {
-    VelmoraMobile::Variant::VariantMap map;
-    for (const auto& entry : values) map[entry.first] = VelmoraMobile::Variant::FromString(entry.second);
-    map["ondaraCloud.server"] = VelmoraMobile::Variant::FromString(server_host);
-    map["global.ssl"] = VelmoraMobile::Variant::FromBoolean(false);
+    VelmoraMobile::Variant::VariantMap map{{"ondaraCloud.server", VelmoraMobile::Variant::FromString(server_host)},
+                                           {"global.ssl", VelmoraMobile::Variant::FromBoolean(false)}};
+    for (const auto& entry : values) map.emplace(entry.first, VelmoraMobile::Variant::FromString(entry.second));
     harness.ConfigureVariants(map);
 }
 

@@ -19,21 +19,16 @@ namespace {
 class RecordingListener : public ModuleEventListener<EventRecorder> {
 public:
     void Hear(const std::shared_ptr<Event>& event) override {
-        if (auto module = GetParentModule()) {
-            module->Record(event);
-        }
+        if (auto module = GetParentModule()) module->Record(event);
     }
 };
-
-const std::string CONFIG_STATE = "com.velmora.module.configuration";
 
 }  // namespace
 
 EventRecorder::EventRecorder() : InternalModule("velmora.test.recorder") {}
 
 void EventRecorder::OnRegistered() {
-    auto listener = std::make_shared<RecordingListener>();
-    RegisterWildCardListener(listener);
+    RegisterWildCardListener(std::make_shared<RecordingListener>());
 }
 
 void EventRecorder::Record(const std::shared_ptr<Event>& event) {
@@ -46,12 +41,10 @@ std::vector<std::shared_ptr<Event>> EventRecorder::Events() const {
     return events_;
 }
 
-IdentityHarness::IdentityHarness(const std::string& data_dir) {
-    if (data_dir.empty()) {
+IdentityHarness::IdentityHarness(const std::string& data_dir) : data_dir_(data_dir) {
+    if (data_dir_.empty()) {
         owned_dir_ = std::make_unique<TempDir>();
         data_dir_ = owned_dir_->Path();
-    } else {
-        data_dir_ = data_dir;
     }
     services = std::make_shared<PlatformServices>(data_dir_);
     hub = std::make_shared<EventHub>(services);
@@ -66,8 +59,7 @@ IdentityHarness::~IdentityHarness() {
 std::shared_ptr<Identity> IdentityHarness::RegisterIdentity() {
     identity = hub->RegisterModule<Identity>();
     EXPECT_NE(identity, nullptr);
-    // Tasks wait for OnRegistered, so one drained task proves it ran.
-    Drain();
+    Drain();  // tasks wait for OnRegistered, so one drained task proves it ran
     return identity;
 }
 
@@ -77,25 +69,24 @@ void IdentityHarness::Boot() {
 
 void IdentityHarness::Configure(const std::map<std::string, std::string>& values) {
     Variant::VariantMap map;
-    for (const auto& entry : values) {
-        map[entry.first] = Variant::FromString(entry.second);
-    }
+    for (const auto& entry : values) map[entry.first] = Variant::FromString(entry.second);
     ConfigureVariants(map);
 }
 
 void IdentityHarness::ConfigureVariants(const Variant::VariantMap& values) {
     configuration->UpdateConfiguration(values);
-    bool applied = WaitFor([&] {
-        auto state = hub->GetSharedEventState(CONFIG_STATE, nullptr);
+    EXPECT_TRUE(WaitFor([&] {
+        auto state = hub->GetSharedEventState("com.velmora.module.configuration", nullptr);
         if (!state || state == SHARED_STATE_PENDING) return false;
         for (const auto& entry : values) {
             std::shared_ptr<Variant> value;
-            if (!state->GetVariant(entry.first, value) || !value) return false;
-            if (StringUtils::ToString(*value) != StringUtils::ToString(*entry.second)) return false;
+            if (!state->GetVariant(entry.first, value) || !value ||
+                StringUtils::ToString(*value) != StringUtils::ToString(*entry.second)) {
+                return false;
+            }
         }
         return true;
-    });
-    EXPECT_TRUE(applied) << "configuration not published";
+    })) << "configuration not published";
 }
 
 std::shared_ptr<Event> IdentityHarness::DispatchIdentityRequest(const std::shared_ptr<EventData>& data,
@@ -115,9 +106,7 @@ std::vector<std::shared_ptr<Event>> IdentityHarness::Events(const std::shared_pt
                                                             const std::shared_ptr<EventSource>& source) const {
     std::vector<std::shared_ptr<Event>> result;
     for (const auto& event : recorder->Events()) {
-        if (event->GetEventType() == type && event->GetEventSource() == source) {
-            result.push_back(event);
-        }
+        if (event->GetEventType() == type && event->GetEventSource() == source) result.push_back(event);
     }
     return result;
 }
@@ -128,10 +117,7 @@ std::shared_ptr<Event> IdentityHarness::WaitForEvent(const EventPredicate& predi
     WaitFor(
         [&] {
             for (const auto& event : recorder->Events()) {
-                if (predicate(event)) {
-                    found = event;
-                    return true;
-                }
+                if (predicate(event)) return static_cast<bool>(found = event);
             }
             return false;
         },
@@ -141,7 +127,7 @@ std::shared_ptr<Event> IdentityHarness::WaitForEvent(const EventPredicate& predi
 
 std::shared_ptr<Event> IdentityHarness::WaitForResponse(const std::string& pair_id, std::chrono::milliseconds timeout) {
     return WaitForEvent(
-        [&](const std::shared_ptr<Event>& event) {
+        [&](const auto& event) {
             return event->GetEventSource() == EventSource::RESPONSE_IDENTITY && event->GetResponsePairID() == pair_id;
         },
         timeout);
