@@ -35,7 +35,7 @@ TEST(ConfigurationSharedStateIdentityTest, MissingConfigurationGivesDefaultsAndO
     EXPECT_EQ(log.Lines()[0].mode, LoggingMode::VERBOSE_LOG);
 }
 
-TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedValues) {
+TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnIllTypedValuesAndSaysWhenSyncingIsAllowed) {
     auto data = Config({{"ondaraCloud.org", "ORG@VelmoraOrg"},
                         {"global.privacy", "optunknown"},
                         {"ondaraCloud.server", "ids.example.test"}});
@@ -48,6 +48,7 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedVa
     EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::UNKNOWN);
     EXPECT_EQ(view.GetOndaraCloudServer(), "ids.example.test");
     EXPECT_TRUE(view.GetAdIdEnabledStatus());
+    EXPECT_TRUE(view.CanSyncIdentifiersWithCurrentConfiguration());  // unknown may sync
 
     auto ill_typed = Config({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
     ill_typed->PutInteger("ondaraCloud.org", 42);
@@ -55,17 +56,11 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedVa
     EXPECT_TRUE(fallback.GetSSLStatus());
     EXPECT_FALSE(fallback.GetAdIdEnabledStatus());
     EXPECT_EQ(fallback.GetOrgId(), "");
-    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");  // an empty server is kept as given
-}
+    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");                       // an empty server is kept as given
+    EXPECT_FALSE(fallback.CanSyncIdentifiersWithCurrentConfiguration());  // no organisation
 
-TEST(ConfigurationSharedStateIdentityTest, OnlyOptOutAndMissingOrgForbidSyncing) {
-    using Values = std::map<std::string, std::string>;
-    for (const auto& [values, can_sync] :
-         {std::make_pair(Values{{"ondaraCloud.org", "ORG"}}, true),
-          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}}, true),
-          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}, false),
-          std::make_pair(Values{{"ondaraCloud.org", ""}, {"global.privacy", "optedin"}}, false)}) {
-        EXPECT_EQ(ConfigurationSharedStateIdentity(Config(values)).CanSyncIdentifiersWithCurrentConfiguration(),
-                  can_sync);
-    }
+    EXPECT_FALSE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}))
+                     .CanSyncIdentifiersWithCurrentConfiguration());
+    EXPECT_TRUE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}))
+                    .CanSyncIdentifiersWithCurrentConfiguration());
 }

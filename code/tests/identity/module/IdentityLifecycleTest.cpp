@@ -17,22 +17,6 @@ const std::string IDENTITY_NAME = "com.velmora.module.identity";
 
 }  // namespace
 
-TEST(IdentityLifecycleTest, ASecondRegistrationIsRefusedAndOneModuleAnswers) {
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);
-    EXPECT_TRUE(harness.hub->IsRegisteredModule(IDENTITY_NAME));
-    // Nothing is published before the boot.
-    VelmoraTest::Settle(harness);
-    EXPECT_EQ(harness.IdentityState(), nullptr);
-
-    harness.Configure({{"global.privacy", "optedin"}});
-    auto request = harness.DispatchIdentityRequest(VelmoraTest::MakeData());
-    ASSERT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
-    VelmoraTest::Settle(harness);
-    EXPECT_EQ(VelmoraTest::ResponsesTo(harness, request->GetResponsePairID()).size(), 1u);
-}
-
 TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsConfiguration) {
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
