@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "identity/ids/VisitorId.h"
-#include "identity/ids/VisitorIdSerializer.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/configuration/ConfigurationExtension.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
@@ -39,31 +37,18 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndThePairId) {
+TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndPublishesNothing) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] {
-        identity->push_identifier = "PUSH";
-        identity->customer_ids = {
-            std::make_shared<VisitorId>("d_cid_ic", "crm", "c-1", VisitorIdAuthenticationState::AUTHENTICATED)};
-    });
+    harness.RunInIdentityQueue([&] { identity->push_identifier = "PUSH"; });
     auto request = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto response = harness.WaitForResponse(request->GetResponsePairID());
     ASSERT_NE(response, nullptr);
     EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()),
-              (std::vector<std::string>{"lastsync", "pushidentifier", "visitoridslist"}));
-    auto ids = response->GetData()->GetTypedVector<VisitorId>("visitoridslist");
-    ASSERT_TRUE(ids.HasValue());
-    EXPECT_EQ(ids.Value().at(0)->id, "c-1");
-    EXPECT_EQ(harness.IdentityState(), nullptr);  // a request for identifiers publishes nothing
-
-    // An empty list is left out rather than sent empty.
-    harness.RunInIdentityQueue([&] { identity->customer_ids.clear(); });
-    auto again = harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID());
-    ASSERT_NE(again, nullptr);
-    EXPECT_EQ(VelmoraTest::KeysOf(again->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
+    // An empty id list is left out rather than sent empty.
+    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
+    EXPECT_EQ(harness.IdentityState(), nullptr);
 }
 
 TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnData) {
@@ -75,7 +60,6 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnsw
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
     Settle(harness);
     EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->event_queue.size(), 2u); });
 
     harness.Configure({{"global.privacy", "optedin"}});
     auto first_response = harness.WaitForResponse(first->GetResponsePairID());
