@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -7,7 +8,6 @@
 
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
-#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
@@ -15,10 +15,20 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::IdentityState::LinesAmong;
-using VelmoraTest::IdentityState::Store;
 
 namespace {
+
+std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
+    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+}
+// The messages that were logged, in order, restricted to those in `wanted`.
+std::vector<std::string> LinesAmong(const LogCapture& capture, const std::vector<std::string>& wanted) {
+    std::vector<std::string> found;
+    for (const auto& line : capture.Lines()) {
+        if (std::find(wanted.begin(), wanted.end(), line.message) != wanted.end()) found.push_back(line.message);
+    }
+    return found;
+}
 
 const std::string MID = "01234567890123456789012345678901234567";
 const std::string KEY_PUSH_DIGEST = "VELMORAMOBILE_PUSH_IDENTIFIER";

@@ -6,8 +6,8 @@
 
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
+#include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
-#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -18,10 +18,13 @@ using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::WaitFor;
-using VelmoraTest::IdentityState::Store;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
+
+std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
+    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+}
 
 const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
 const std::string MID = "01234567890123456789012345678901234567";

@@ -8,18 +8,19 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventSource.h"
 #include "runtime/bus/EventType.h"
-#include "tests/identity/state/IdentityStateTestSupport.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::IdentityState::EventBarrier;
-using VelmoraTest::IdentityState::PushHits;
-using VelmoraTest::IdentityState::Store;
 
 namespace {
+
+std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
+    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+}
 
 const std::string KEY_DIGEST = "VELMORAMOBILE_PUSH_IDENTIFIER";
 const std::string KEY_FLAG = "VELMORAMOBILE_PUSH_ENABLED";
@@ -44,9 +45,11 @@ protected:
 
     // The "a.push.optin" words of every push hit so far.
     std::vector<std::string> Hits() {
-        EventBarrier(harness);
+        VelmoraTest::Settle(harness);
         std::vector<std::string> words;
-        for (auto& context : PushHits(harness)) {
+        for (const auto& event : harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT)) {
+            std::map<std::string, std::string> context;
+            event->GetData()->GetStringMap("contextdata", context);
             words.push_back(context["a.push.optin"]);
         }
         return words;
@@ -66,7 +69,7 @@ TEST_F(PushTest, TokenChangesStoreTheDigestAndReportFlagChanges) {
     EXPECT_EQ(Update("token-A"), "token-A");
     EXPECT_EQ(store->GetString(KEY_DIGEST, ""), harness.services->GetCryptoService()->GetDigest("token-A"));
     EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
-    EventBarrier(harness);
+    VelmoraTest::Settle(harness);
     auto events = harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT);
     ASSERT_EQ(events.size(), 1u);
     auto data = events[0]->GetData();
