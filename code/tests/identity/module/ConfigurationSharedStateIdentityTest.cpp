@@ -3,8 +3,11 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "identity/hits/IdentityObject.h"
 #include "identity/module/ConfigurationSharedStateIdentity.h"
+#include "identity/module/IdentityConstants.h"
 #include "runtime/bus/EventData.h"
 #include "tests/support/LogCapture.h"
 
@@ -64,3 +67,22 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnIllTypedValue
     EXPECT_TRUE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}))
                     .CanSyncIdentifiersWithCurrentConfiguration());
 }
+
+namespace {
+
+// Copied during static initialisation, as a class's log tag would be: the copy must see the
+// value whatever order the linker put the files in.
+const std::string kCopiedModuleName = IdentityConstants::EventDataKeys::Identity::SHARED_STATE_NAME;
+
+TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValues) {
+    EXPECT_EQ(kCopiedModuleName, "com.velmora.module.identity");
+}
+
+TEST(IdentityObjectTest, SetOptOutWithItsOwnListKeepsIt) {
+    IdentityObject object;
+    object.SetOptOut({"global"});
+    object.SetOptOut(object.GetOptOut());
+    EXPECT_EQ(object.GetOptOut(), std::vector<std::string>{"global"});
+}
+
+}  // namespace
