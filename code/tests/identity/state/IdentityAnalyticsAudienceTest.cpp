@@ -132,9 +132,7 @@ TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOpt
                                 "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg.";
     harness.RunInIdentityQueue([&] { harness.identity->mid = MID; });
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    // Opted in: neither an absent flag, nor true, nor false sends anything.
-    AudienceResponse(std::nullopt);
-    AudienceResponse(true);
+    // Opted in, even an explicit false sends nothing.
     AudienceResponse(false);
     // The configuration at the response decides, not the module's own status.
     harness.RunInIdentityQueue([&] { harness.identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
