@@ -276,9 +276,10 @@ TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsCon
     for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
 }
 
-TEST(IdentityLifecycleTest, UnregistrationDropsTheHitDatabaseAndFreesTheModule) {
+TEST(IdentityLifecycleTest, ASecondModuleIsRefusedAndUnregistrationFreesTheFirst) {
     IdentityHarness harness;
     std::weak_ptr<Identity> weak = harness.RegisterIdentity();
+    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
     ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
     EXPECT_EQ(weak.lock()->hit_database, nullptr);
     // Nothing but the test holds the module any more: no cycle through the hit queue is left.
