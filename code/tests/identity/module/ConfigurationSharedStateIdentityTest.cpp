@@ -3,8 +3,11 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "identity/hits/IdentityObject.h"
 #include "identity/module/ConfigurationSharedStateIdentity.h"
+#include "identity/module/IdentityConstants.h"
 #include "runtime/bus/EventData.h"
 #include "tests/support/LogCapture.h"
 
@@ -35,7 +38,7 @@ TEST(ConfigurationSharedStateIdentityTest, MissingConfigurationGivesDefaultsAndO
     EXPECT_EQ(log.Lines()[0].mode, LoggingMode::VERBOSE_LOG);
 }
 
-TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedValues) {
+TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnIllTypedValuesAndSaysWhenSyncingIsAllowed) {
     auto data = Config({{"ondaraCloud.org", "ORG@VelmoraOrg"},
                         {"global.privacy", "optunknown"},
                         {"ondaraCloud.server", "ids.example.test"}});
@@ -48,6 +51,7 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedVa
     EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::UNKNOWN);
     EXPECT_EQ(view.GetOndaraCloudServer(), "ids.example.test");
     EXPECT_TRUE(view.GetAdIdEnabledStatus());
+    EXPECT_TRUE(view.CanSyncIdentifiersWithCurrentConfiguration());  // unknown may sync
 
     auto ill_typed = Config({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
     ill_typed->PutInteger("ondaraCloud.org", 42);
@@ -55,17 +59,30 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyAndFallsBackOnIllTypedVa
     EXPECT_TRUE(fallback.GetSSLStatus());
     EXPECT_FALSE(fallback.GetAdIdEnabledStatus());
     EXPECT_EQ(fallback.GetOrgId(), "");
-    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");  // an empty server is kept as given
+    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");                       // an empty server is kept as given
+    EXPECT_FALSE(fallback.CanSyncIdentifiersWithCurrentConfiguration());  // no organisation
+
+    EXPECT_FALSE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}))
+                     .CanSyncIdentifiersWithCurrentConfiguration());
+    EXPECT_TRUE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}))
+                    .CanSyncIdentifiersWithCurrentConfiguration());
 }
 
-TEST(ConfigurationSharedStateIdentityTest, OnlyOptOutAndMissingOrgForbidSyncing) {
-    using Values = std::map<std::string, std::string>;
-    for (const auto& [values, can_sync] :
-         {std::make_pair(Values{{"ondaraCloud.org", "ORG"}}, true),
-          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}}, true),
-          std::make_pair(Values{{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}, false),
-          std::make_pair(Values{{"ondaraCloud.org", ""}, {"global.privacy", "optedin"}}, false)}) {
-        EXPECT_EQ(ConfigurationSharedStateIdentity(Config(values)).CanSyncIdentifiersWithCurrentConfiguration(),
-                  can_sync);
-    }
+namespace {
+
+// Copied during static initialisation, as a class's log tag would be: the copy must see the
+// value whatever order the linker put the files in.
+const std::string kCopiedModuleName = IdentityConstants::EventDataKeys::Identity::SHARED_STATE_NAME;
+
+TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValues) {
+    EXPECT_EQ(kCopiedModuleName, "com.velmora.module.identity");
 }
+
+TEST(IdentityObjectTest, SetOptOutWithItsOwnListKeepsIt) {
+    IdentityObject object;
+    object.SetOptOut({"global"});
+    object.SetOptOut(object.GetOptOut());
+    EXPECT_EQ(object.GetOptOut(), std::vector<std::string>{"global"});
+}
+
+}  // namespace

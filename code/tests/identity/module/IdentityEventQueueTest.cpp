@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "identity/ids/VisitorId.h"
-#include "identity/ids/VisitorIdSerializer.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/configuration/ConfigurationExtension.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
@@ -39,31 +37,18 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndThePairId) {
+TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndPublishesNothing) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] {
-        identity->push_identifier = "PUSH";
-        identity->customer_ids = {
-            std::make_shared<VisitorId>("d_cid_ic", "crm", "c-1", VisitorIdAuthenticationState::AUTHENTICATED)};
-    });
+    harness.RunInIdentityQueue([&] { identity->push_identifier = "PUSH"; });
     auto request = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto response = harness.WaitForResponse(request->GetResponsePairID());
     ASSERT_NE(response, nullptr);
     EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()),
-              (std::vector<std::string>{"lastsync", "pushidentifier", "visitoridslist"}));
-    auto ids = response->GetData()->GetTypedVector<VisitorId>("visitoridslist");
-    ASSERT_TRUE(ids.HasValue());
-    EXPECT_EQ(ids.Value().at(0)->id, "c-1");
-    EXPECT_EQ(harness.IdentityState(), nullptr);  // a request for identifiers publishes nothing
-
-    // An empty list is left out rather than sent empty.
-    harness.RunInIdentityQueue([&] { identity->customer_ids.clear(); });
-    auto again = harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID());
-    ASSERT_NE(again, nullptr);
-    EXPECT_EQ(VelmoraTest::KeysOf(again->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
+    // An empty id list is left out rather than sent empty.
+    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
+    EXPECT_EQ(harness.IdentityState(), nullptr);
 }
 
 TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnData) {
@@ -75,7 +60,6 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnsw
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
     Settle(harness);
     EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->event_queue.size(), 2u); });
 
     harness.Configure({{"global.privacy", "optedin"}});
     auto first_response = harness.WaitForResponse(first->GetResponsePairID());
@@ -263,4 +247,42 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPl
     auto request = harness.DispatchIdentityRequest(MakeData());
     EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
     EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
+}
+
+TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsConfiguration) {
+    IdentityHarness harness;
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    harness.Configure({{"ondaraCloud.org", "ORG@VelmoraOrg"}});
+    harness.Boot();
+    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
+        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
+    });
+    ASSERT_NE(booted, nullptr);
+    // A later configuration must not be the one the forced sync sees.
+    harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
+    VelmoraTest::Settle(harness);
+
+    harness.RunInIdentityQueue([&] {
+        ASSERT_EQ(module->syncs.size(), 1u);
+        const auto& sync = module->syncs[0].event;
+        EXPECT_EQ(module->syncs[0].org_id, "ORG@VelmoraOrg");
+        EXPECT_EQ(sync->GetName(), "id-construct-forced-sync");
+        EXPECT_EQ(sync->GetEventNumber(), booted->GetEventNumber());
+        EXPECT_TRUE(sync->GetData()->OptBoolean("forcesync", false));
+        EXPECT_TRUE(sync->GetData()->OptBoolean("issyncevent", false));
+        EXPECT_EQ(sync->GetData()->OptInteger("authenticationstate", -1), 0);
+    });
+    // It goes straight into the queue, never over the bus.
+    for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
+}
+
+TEST(IdentityLifecycleTest, ASecondModuleIsRefusedAndUnregistrationFreesTheFirst) {
+    IdentityHarness harness;
+    std::weak_ptr<Identity> weak = harness.RegisterIdentity();
+    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
+    ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
+    EXPECT_EQ(weak.lock()->hit_database, nullptr);
+    // Nothing but the test holds the module any more: no cycle through the hit queue is left.
+    harness.identity.reset();
+    EXPECT_TRUE(VelmoraTest::WaitFor([&] { return weak.expired(); }));
 }

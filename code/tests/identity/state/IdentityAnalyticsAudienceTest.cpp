@@ -10,7 +10,6 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
-#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -20,9 +19,12 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::IdentityState::Store;
 
 namespace {
+
+std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
+    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+}
 
 const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
 const std::string MID = "01234567890123456789012345678901234567";
@@ -63,8 +65,7 @@ protected:
                                    const std::shared_ptr<EventData>& data) {
         auto event = EventBuilder("response", type, source).SetData(data).Build();
         harness.hub->Dispatch(event);
-        VelmoraTest::IdentityState::EventBarrier(harness);
-        harness.Drain();
+        VelmoraTest::Settle(harness);
         return event;
     }
 
@@ -131,9 +132,7 @@ TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOpt
                                 "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg.";
     harness.RunInIdentityQueue([&] { harness.identity->mid = MID; });
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    // Opted in: neither an absent flag, nor true, nor false sends anything.
-    AudienceResponse(std::nullopt);
-    AudienceResponse(true);
+    // Opted in, even an explicit false sends nothing.
     AudienceResponse(false);
     // The configuration at the response decides, not the module's own status.
     harness.RunInIdentityQueue([&] { harness.identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });

@@ -6,8 +6,8 @@
 
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
+#include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
-#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -18,14 +18,16 @@ using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::WaitFor;
-using VelmoraTest::IdentityState::Store;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
 
+std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
+    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
+}
+
 const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
 const std::string MID = "01234567890123456789012345678901234567";
-const std::string URL_EMPTY = "Could not send opt-out request as url is empty.";
 
 int64_t QueuedHits(const std::string& data_dir) {
     return static_cast<int64_t>(VelmoraTest::ReadHitRows(data_dir + "/VLBMobileIdentity.sqlite").size());
@@ -69,10 +71,8 @@ protected:
     }
 
     // Opts out through the configuration and waits until the module has saved the wipe.
-    void OptOut(const Variant::VariantMap& extra = {}) {
-        Variant::VariantMap values = extra;
-        values["global.privacy"] = Variant::FromString("optedout");
-        harness.ConfigureVariants(values);
+    void OptOut() {
+        harness.ConfigureVariants({{"global.privacy", Variant::FromString("optedout")}});
         auto store = Store(harness);
         ASSERT_TRUE(WaitFor([&] { return !store->Contains("VELMORAMOBILE_PERSISTED_MID"); }));
         harness.Drain();
@@ -84,7 +84,7 @@ protected:
 
 }  // namespace
 
-TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndASecondOptOutSendsNothing) {
+TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipes) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
     OptOut();
 
@@ -119,16 +119,6 @@ TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndASecondOptOutSen
     // The wiped record is published.
     ASSERT_NE(harness.IdentityState(), nullptr);
     EXPECT_FALSE(harness.IdentityState()->ContainsKey("mid"));
-
-    // Without a MID a second opt-out has no URL to send.
-    server.ClearRequests();
-    capture.Clear();
-    harness.ConfigureVariants(
-        {{"global.privacy", Variant::FromString("optedout")}, {"velmora.test.change", Variant::FromString("again")}});
-    ASSERT_TRUE(WaitFor([&] { return capture.Contains(URL_EMPTY); }));
-    harness.Drain();
-    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
-    EXPECT_TRUE(server.Requests().empty());
 }
 
 TEST_F(OptOutFixture, HandleOptOutSendsOnlyWhenTheConfigurationAtTheEventSaysOptedOut) {
@@ -136,15 +126,6 @@ TEST_F(OptOutFixture, HandleOptOutSendsOnlyWhenTheConfigurationAtTheEventSaysOpt
     auto later = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE).SetEventNumber(1000000).Build();
     harness.RunInIdentityQueue([&] { harness.identity->HandleOptOut(later); });
     EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
-}
-
-TEST_F(OptOutFixture, WithAnAudienceServerTheModuleSendsNoOptOutRequestButStillWipes) {
-    LogCapture capture(LoggingMode::DEBUG_LOG);
-    OptOut({{"audience.server", Variant::FromString("audience.example")}});
-    EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
-    EXPECT_FALSE(capture.Contains(URL_EMPTY));
-    EXPECT_TRUE(server.Requests().empty());
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(harness.identity->mid, ""); });
 }
 
 TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
