@@ -62,8 +62,7 @@ struct RunningCore {
         [VLXIdentity getOndaraCloudId:^(NSString* value) {
           mid->Add(ToCppString(value));
         }];
-        EXPECT_TRUE(mid->WaitForCount(1));
-        return mid->Count() > 0 ? mid->Values()[0] : "";
+        return mid->First();
     }
 
     std::vector<std::shared_ptr<Event>> IdentityRequests() const {
@@ -71,10 +70,9 @@ struct RunningCore {
     }
 
     std::vector<std::shared_ptr<VisitorId>> CppIdentifiers() {
-        auto ids = std::make_shared<Answers<std::vector<std::shared_ptr<VisitorId>>>>();
-        GetCore()->GetIdentifiers([ids](const std::vector<std::shared_ptr<VisitorId>>& list) { ids->Add(list); });
-        EXPECT_TRUE(ids->WaitForCount(1));
-        return ids->Count() > 0 ? ids->Values()[0] : std::vector<std::shared_ptr<VisitorId>>();
+        auto ids = std::make_shared<VelmoraTest::IdAnswers>();
+        GetCore()->GetIdentifiers(ids->IdsCallback());
+        return ids->First();
     }
 };
 
@@ -125,14 +123,11 @@ TEST_F(VLXIdentityTest, CollectPiiLogsForeignEntriesAndSendsNothing) {
     for (const auto& line : log.Lines()) {
         if (line.tag == "Collect PII") lines.push_back(line);
     }
-    EXPECT_TRUE(lines.size() == 1);
-    if (lines.size() == 1) {
-        EXPECT_TRUE(lines[0].mode == LoggingMode::WARNING_LOG);
-        EXPECT_TRUE(lines[0].message ==
-                    "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
-                        ToCppString(
-                            [@{@"age" : @42} description]));
-    }
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].mode == LoggingMode::WARNING_LOG);
+    EXPECT_TRUE(lines[0].message == "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
+                                        ToCppString(
+                                            [@{@"age" : @42} description]));
     // A later request, once answered, shows that nothing went on the bus before it.
     core.Mid();
     EXPECT_TRUE(core.IdentityRequests().size() == requests_before + 1);
@@ -155,15 +150,13 @@ TEST_F(VLXIdentityTest, SyncCallsReachTheModuleAndIdsComeBackInOrder) {
                   authentication:VLXMobileVisitorAuthenticationStateAuthenticated];
     std::vector<std::shared_ptr<VisitorId>> expected = core.CppIdentifiers();
     std::vector<std::shared_ptr<Event>> requests = core.IdentityRequests();
-    EXPECT_TRUE(requests.size() == before + 7);
-    if (requests.size() == before + 7) {
-        const std::string& key = IdentityConstants::EventDataKeys::Identity::IDENTIFIERS;
-        std::map<std::string, std::string> map{{"x", "x"}};
-        EXPECT_TRUE(requests[before]->GetData()->GetStringMap(key, map) && map.empty());
-        EXPECT_TRUE(requests[before + 1]->GetData()->OptInteger("authenticationstate", -1) == 2);
-        EXPECT_TRUE(requests[before + 2]->GetData()->GetStringMap(key, map) &&
-                    map == (std::map<std::string, std::string>{{"", ""}}));
-    }
+    ASSERT_EQ(requests.size(), before + 7);
+    const std::string& key = IdentityConstants::EventDataKeys::Identity::IDENTIFIERS;
+    std::map<std::string, std::string> map{{"x", "x"}};
+    EXPECT_TRUE(requests[before]->GetData()->GetStringMap(key, map) && map.empty());
+    EXPECT_EQ(requests[before + 1]->GetData()->OptInteger("authenticationstate", -1), 2);
+    EXPECT_TRUE(requests[before + 2]->GetData()->GetStringMap(key, map) &&
+                map == (std::map<std::string, std::string>{{"", ""}}));
     std::vector<std::string> wanted;
     for (const auto& id : expected) {
         wanted.push_back(id->id_origin + "|" + id->id_type + "|" + id->id + "|" +
