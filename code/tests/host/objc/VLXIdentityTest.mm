@@ -101,7 +101,7 @@ struct RunningCore {
 
 TEST_F(VLXIdentityTest, ExtensionVersionBeforeAndAfterRegistration) {
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
-    EXPECT_TRUE(VLXIdentity_iOSVersionNumber == 1.0);
+    EXPECT_EQ(VLXIdentity_iOSVersionNumber, 1.0);
     EXPECT_TRUE(std::string(reinterpret_cast<const char*>(VLXIdentity_iOSVersionString)).find("VLXIdentity") !=
                 std::string::npos);
     RunningCore core;
@@ -109,8 +109,8 @@ TEST_F(VLXIdentityTest, ExtensionVersionBeforeAndAfterRegistration) {
     [VLXIdentity registerExtension];
     [VLXIdentity registerExtension];
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
-    EXPECT_TRUE(!log.ContainsFragment("Cannot register module"));
-    EXPECT_TRUE(core.Mid().size() == 38);
+    EXPECT_FALSE(log.ContainsFragment("Cannot register module"));
+    EXPECT_EQ(core.Mid().size(), 38u);
 }
 
 TEST_F(VLXIdentityTest, AppendToUrlWithNilCallsBackTwice) {
@@ -122,16 +122,16 @@ TEST_F(VLXIdentityTest, AppendToUrlWithNilCallsBackTwice) {
                   immediate_calls += url == nil;
                   urls->Add(url == nil ? "nil" : ToCppString([url absoluteString]));
                 }];
-    EXPECT_TRUE(immediate_calls == 1);
+    EXPECT_EQ(immediate_calls, 1);
     EXPECT_TRUE(urls->WaitForCount(2));
     [VLXIdentity appendToUrl:[NSURL URLWithString:@"https://shop.example/cart?item=7"]
                 withCallback:^(NSURL* url) {
                   urls->Add(ToCppString([url absoluteString]));
                 }];
-    EXPECT_TRUE(urls->WaitForCount(3));
-    std::string url = urls->Count() == 3 ? urls->Values()[2] : "";
-    EXPECT_TRUE(url.rfind("https://shop.example/cart?item=7&velmora_mc=", 0) == 0);
-    EXPECT_TRUE(url.find("OCMID%3D" + core.Mid()) != std::string::npos);
+    ASSERT_TRUE(urls->WaitForCount(3));
+    std::string url = urls->Values()[2];
+    EXPECT_EQ(url.rfind("https://shop.example/cart?item=7&velmora_mc=", 0), 0u) << url;
+    EXPECT_NE(url.find("OCMID%3D" + core.Mid()), std::string::npos) << url;
 }
 
 TEST_F(VLXIdentityTest, CollectPiiLogsForeignEntriesAndSendsNothing) {
@@ -147,7 +147,7 @@ TEST_F(VLXIdentityTest, CollectPiiLogsForeignEntriesAndSendsNothing) {
         if (line.tag == "Collect PII") lines.push_back(line);
     }
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_TRUE(lines[0].mode == LoggingMode::WARNING_LOG);
+    EXPECT_EQ(lines[0].mode, LoggingMode::WARNING_LOG);
     EXPECT_TRUE(lines[0].message == "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
                                         ToCppString(
                                             [@{@"age" : @42} description]));
@@ -230,10 +230,8 @@ TEST_F(VLXIdentityTest, ConversionsKeepInRangeStatesAndCleanForeignEntries) {
         EXPECT_TRUE(static_cast<int>(
                         ToObjCVisitorAuthenticationState(static_cast<VisitorIdAuthenticationState>(value))) == objc);
     }
-    EXPECT_TRUE(ToCppString(nil).empty());
     EXPECT_TRUE(ToCppString(@"caf\u00e9") == "caf\xc3\xa9");
     EXPECT_TRUE([ToNSString("caf\xc3\xa9") isEqualToString:@"caf\u00e9"]);
-    EXPECT_TRUE(ToStringMap(nil).empty());
     NSDictionary* mixed = @{@"a" : @"1", @"b" : @2, @3 : @"c"};
     EXPECT_TRUE(ToStringMap(mixed) == (std::map<std::string, std::string>{{"a", "1"}}));
     NSMutableDictionary* removed = [NSMutableDictionary dictionary];
