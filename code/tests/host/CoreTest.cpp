@@ -14,14 +14,12 @@
 #include "tests/identity/api/Answers.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::LogCapture;
 using VelmoraTest::StringAnswers;
 using VelmoraTest::TempDir;
-using VelmoraTest::WaitFor;
 
 namespace {
 
@@ -49,12 +47,27 @@ protected:
     VelmoraTestServer::TestIdentityServer server;
 };
 
-TEST_F(CoreTest, ReturnsWithTheModulesRegisteredRunsAloneAndTheDestructorStopsIt) {
+// Configuration is layered: the file, then the map, then the named options.
+TEST_F(CoreTest, ReturnsWithTheModulesRegisteredAndLayeredConfigurationRunsAloneAndTheDestructorStopsIt) {
     {
-        Core core(Options());
+        std::ofstream(dir.File("velmora.json")) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "x",
+                                                     "custom.file": "kept", "custom.both": "file"})";
+        CoreOptions options = Options();
+        options.configuration_file = dir.File("velmora.json");
+        options.server.clear();
+        options.configuration = {{"custom.both", Variant::FromString("map")},
+                                 {"ondaraCloud.server", Variant::FromString(server.Host())},
+                                 {"global.ssl", Variant::FromBoolean(true)}};
+        Core core(options);
         // Both modules' OnRegistered have run: the configuration extension announced its state and
         // the identity module opened its hit database.
-        EXPECT_TRUE(core.Running()->event_hub->HasSharedEventState(CONFIG_STATE));
+        auto state = core.Running()->event_hub->GetSharedEventState(CONFIG_STATE, nullptr);
+        ASSERT_NE(state, nullptr);
+        EXPECT_EQ(state->OptString("ondaraCloud.org", ""), ORG);
+        EXPECT_EQ(state->OptString("custom.file", ""), "kept");
+        EXPECT_EQ(state->OptString("custom.both", ""), "map");
+        EXPECT_EQ(state->OptString("ondaraCloud.server", ""), server.Host());
+        EXPECT_FALSE(state->OptBoolean("global.ssl", true));
         EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
         EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
         EXPECT_EQ(core.Running()->data_dir, dir.Path());
@@ -74,33 +87,6 @@ TEST_F(CoreTest, ReturnsWithTheModulesRegisteredRunsAloneAndTheDestructorStopsIt
         EXPECT_EQ(server.Requests()[0].params.at("d_mid"), mid);
     }
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
-}
-
-TEST_F(CoreTest, ConfigurationLayersFileThenMapThenNamedOptions) {
-    std::string file = dir.File("velmora.json");
-    std::ofstream(file) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "file.example",
-                              "custom.file": "kept", "custom.both": "file"})";
-    CoreOptions options;
-    options.data_dir = dir.Path();
-    options.configuration_file = file;
-    options.configuration = {{"custom.both", Variant::FromString("map")},
-                             {"ondaraCloud.server", Variant::FromString(server.Host())},
-                             {"global.ssl", Variant::FromBoolean(true)}};
-    options.org_id = "NAMED@Org";
-    options.tls = false;
-    Core core(options);
-
-    std::shared_ptr<EventData> state;
-    ASSERT_TRUE(WaitFor([&] {
-        state = core.Running()->event_hub->GetSharedEventState(CONFIG_STATE, nullptr);
-        return state && state->OptString("ondaraCloud.org", "") == "NAMED@Org";
-    }));
-    EXPECT_EQ(state->OptString("custom.file", ""), "kept");
-    EXPECT_EQ(state->OptString("custom.both", ""), "map");
-    EXPECT_EQ(state->OptString("ondaraCloud.server", ""), server.Host());
-    EXPECT_FALSE(state->OptBoolean("global.ssl", true));
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
-    EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), "NAMED@Org");
 }
 
 TEST_F(CoreTest, StopIsIdempotentLaterCallsAreLoggedAndARestartOverTlsKeepsTheMid) {
