@@ -14,14 +14,12 @@
 #include "tests/identity/api/Answers.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::LogCapture;
 using VelmoraTest::StringAnswers;
 using VelmoraTest::TempDir;
-using VelmoraTest::WaitFor;
 
 namespace {
 
@@ -45,60 +43,53 @@ protected:
         return mid->First();
     }
 
-    static std::shared_ptr<EventData> ConfigurationWhere(Core& core, const std::string& key, const std::string& value) {
-        std::shared_ptr<EventData> state;
-        WaitFor([&] {
-            state = core.Running()->event_hub->GetSharedEventState(CONFIG_STATE, nullptr);
-            return state && state->OptString(key, "") == value;
-        });
-        return state;
-    }
-
     TempDir dir;
     VelmoraTestServer::TestIdentityServer server;
 };
 
-TEST_F(CoreTest, ReturnsWithTheModulesRegisteredSoTheFirstCallIsAnswered) {
-    Core core(Options());
-    // Both modules' OnRegistered have run: the configuration extension announced its state and
-    // the identity module opened its hit database.
-    EXPECT_TRUE(core.Running()->event_hub->HasSharedEventState(CONFIG_STATE));
-    EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
-    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
-    EXPECT_EQ(core.Running()->data_dir, dir.Path());
+// Configuration is layered: the file, then the map, then the named options.
+TEST_F(CoreTest, ReturnsWithTheModulesRegisteredAndLayeredConfigurationRunsAloneAndTheDestructorStopsIt) {
+    {
+        std::ofstream(dir.File("velmora.json")) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "x",
+                                                     "custom.file": "kept", "custom.both": "file"})";
+        CoreOptions options = Options();
+        options.configuration_file = dir.File("velmora.json");
+        options.server.clear();
+        options.configuration = {{"custom.both", Variant::FromString("map")},
+                                 {"ondaraCloud.server", Variant::FromString(server.Host())},
+                                 {"global.ssl", Variant::FromBoolean(true)}};
+        Core core(options);
+        // Both modules' OnRegistered have run: the configuration extension announced its state and
+        // the identity module opened its hit database.
+        auto state = core.Running()->event_hub->GetSharedEventState(CONFIG_STATE, nullptr);
+        ASSERT_NE(state, nullptr);
+        EXPECT_EQ(state->OptString("ondaraCloud.org", ""), ORG);
+        EXPECT_EQ(state->OptString("custom.file", ""), "kept");
+        EXPECT_EQ(state->OptString("custom.both", ""), "map");
+        EXPECT_EQ(state->OptString("ondaraCloud.server", ""), server.Host());
+        EXPECT_FALSE(state->OptBoolean("global.ssl", true));
+        EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
+        EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
+        EXPECT_EQ(core.Running()->data_dir, dir.Path());
+        LogCapture log;
+        try {
+            Core second(Options());
+            ADD_FAILURE() << "a second core started";
+        } catch (const SdkError& error) {
+            EXPECT_EQ(error.GetCode(), "core.not_started");
+        }
+        EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
 
-    std::string mid = Mid(core.IdentityApi());
-    EXPECT_EQ(mid.size(), 38u);
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
-    EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), ORG);
-    EXPECT_EQ(server.Requests()[0].params.at("d_mid"), mid);
+        std::string mid = Mid(core.IdentityApi());
+        EXPECT_EQ(mid.size(), 38u);
+        ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
+        EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), ORG);
+        EXPECT_EQ(server.Requests()[0].params.at("d_mid"), mid);
+    }
+    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
 }
 
-TEST_F(CoreTest, ConfigurationLayersFileThenMapThenNamedOptions) {
-    std::string file = dir.File("velmora.json");
-    std::ofstream(file) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "file.example",
-                              "custom.file": "kept", "custom.both": "file"})";
-    CoreOptions options;
-    options.data_dir = dir.Path();
-    options.configuration_file = file;
-    options.configuration = {{"custom.both", Variant::FromString("map")},
-                             {"ondaraCloud.server", Variant::FromString(server.Host())},
-                             {"global.ssl", Variant::FromBoolean(true)}};
-    options.org_id = "NAMED@Org";
-    options.tls = false;
-    Core core(options);
-
-    auto state = ConfigurationWhere(core, "ondaraCloud.org", "NAMED@Org");
-    ASSERT_NE(state, nullptr);
-    EXPECT_EQ(state->OptString("custom.file", ""), "kept");
-    EXPECT_EQ(state->OptString("custom.both", ""), "map");
-    EXPECT_EQ(state->OptString("ondaraCloud.server", ""), server.Host());
-    EXPECT_FALSE(state->OptBoolean("global.ssl", true));
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
-    EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), "NAMED@Org");
-}
-
-TEST_F(CoreTest, StopIsIdempotentAndLaterCallsAreLoggedWithoutCallback) {
+TEST_F(CoreTest, StopIsIdempotentLaterCallsAreLoggedAndARestartOverTlsKeepsTheMid) {
     auto answers = std::make_shared<StringAnswers>();
     std::string mid;
     {
@@ -122,41 +113,17 @@ TEST_F(CoreTest, StopIsIdempotentAndLaterCallsAreLoggedWithoutCallback) {
     }
     EXPECT_EQ(answers->Count(), 0u);
 
-    Core restarted(Options());  // the same data folder keeps the MID
-    EXPECT_EQ(Mid(restarted.IdentityApi()), mid);
-}
-
-TEST_F(CoreTest, OneCoreRunsAtATimeAndTheDestructorStopsIt) {
-    {
-        Core core(Options());
-        LogCapture log;
-        try {
-            Core second(Options());
-            ADD_FAILURE() << "a second core started";
-        } catch (const SdkError& error) {
-            EXPECT_EQ(error.GetCode(), "core.not_started");
-        }
-        EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
-        EXPECT_EQ(Mid(core.IdentityApi()).size(), 38u);
-    }
-    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
-    Core next(Options());
-    EXPECT_NE(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
-}
-
-TEST(CoreTls, TheCaFileOptionVerifiesTheServer) {
-    VelmoraTestServer::ServerOptions server_options;
-    server_options.tls = true;
-    VelmoraTestServer::TestIdentityServer server(server_options);
-    TempDir dir;
-    CoreOptions options;
-    options.data_dir = dir.Path();
-    options.org_id = ORG;
-    options.server = server.Host();
+    // The same data folder keeps the MID; the CA file option lets the core trust the TLS server.
+    VelmoraTestServer::ServerOptions tls;
+    tls.tls = true;
+    VelmoraTestServer::TestIdentityServer tls_server(tls);
+    CoreOptions options = Options();
+    options.server = tls_server.Host();
     options.tls = true;
-    options.ca_file = server.CaFile();
-    Core core(options);
-    EXPECT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
+    options.ca_file = tls_server.CaFile();
+    Core restarted(options);
+    EXPECT_EQ(Mid(restarted.IdentityApi()), mid);
+    EXPECT_TRUE(tls_server.WaitForRequests(1, std::chrono::seconds(20)));
 }
 
 }  // namespace
