@@ -1,9 +1,6 @@
-// What the queue keeps in its file: the table, inserts, updates, queries, bad rows and bad files.
+// What the queue keeps in its file: the table, inserts, updates, queries and bad rows.
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "tests/runtime/hitqueue/HitQueueTestSupport.h"
 #include "tests/support/LogCapture.h"
@@ -96,32 +93,4 @@ TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
     EXPECT_EQ(log.Count("Unreadable test row: Column 3 is not an integer."), 1u);
     EXPECT_TRUE(queue->DeleteAllHits());
     EXPECT_EQ(queue->GetSize(), 0);
-}
-
-TEST_F(HitQueueStorageTest, GarbageFileIsMovedAsideAndReplaced) {
-    std::string garbage(8192, '\0');
-    for (size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>((i * 7919 + 13) % 251);
-    std::ofstream(DatabaseFile(), std::ios::binary) << garbage;
-    LogCapture log;
-    QueueParts parts(dir_);
-    auto queue = parts.Build();
-    EXPECT_TRUE(queue->Queue(MakeHit("fresh")));
-    EXPECT_EQ(queue->GetSize(), 1);
-
-    std::vector<std::string> aside;
-    for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
-        if (entry.path().filename().string().rfind(std::string(TestHitSchema::DATABASE) + ".corrupt-", 0) == 0) {
-            aside.push_back(entry.path().string());
-        }
-    }
-    ASSERT_EQ(aside.size(), 1u);
-    std::ifstream moved(aside[0], std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), garbage);
-    std::vector<std::string> errors;
-    for (const auto& line : log.Lines()) {
-        if (line.mode == LoggingMode::ERROR_LOG) errors.push_back(line.message);
-    }
-    EXPECT_EQ(errors, (std::vector<std::string>{"Database " + DatabaseFile() +
-                                                " is not a usable database (file is not a database); moved it to " +
-                                                aside[0] + " and started a fresh one, carrying over 0 rows"}));
 }
