@@ -2,8 +2,6 @@
 
 // A small hit type, schema and scriptable processor for the hit queue tests.
 
-#include <sqlite3.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <functional>
@@ -18,6 +16,7 @@
 #include "runtime/services/PlatformServices.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/TryCatch.h"
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
 
 namespace VelmoraTest {
@@ -154,28 +153,5 @@ struct QueueParts {
         return queue = std::make_shared<TestHitQueue>(services, schema, processor);
     }
 };
-
-/// Rows of a direct SQL query on the database file, each column as text ("NULL" for null).
-inline std::vector<std::vector<std::string>> SqlRows(const std::string& path, const std::string& sql) {
-    std::vector<std::vector<std::string>> rows;
-    sqlite3* database = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-        sqlite3_busy_timeout(database, 5000);
-        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
-            while (sqlite3_step(statement) == SQLITE_ROW) {
-                std::vector<std::string> row;
-                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-                    const unsigned char* text = sqlite3_column_text(statement, i);
-                    row.push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
-                }
-                rows.push_back(row);
-            }
-        }
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(database);
-    return rows;
-}
 
 }  // namespace VelmoraTest
