@@ -116,14 +116,7 @@ TEST_F(HitTableRepairTest, ADamagedFileIsMovedAsideAndTheRowsOutsideTheDamageAre
         auto queue = parts.Build();
         for (int i = 0; i < rows; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(100, 'p') + std::to_string(i), i)));
     }
-    Rows leaves =
-        SqlRows(File(), "SELECT pageno FROM dbstat WHERE name = 'TEST_HITS' AND pagetype = 'leaf' ORDER BY path");
-    ASSERT_GE(leaves.size(), 5u);
-    {
-        std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
-        file.seekp((std::stol(leaves[leaves.size() / 2][0]) - 1) * 4096);
-        file << std::string(4096, '\xff');
-    }
+    ASSERT_TRUE(DamageMiddleLeaf(File(), "TEST_HITS"));
     LogCapture log;
     QueueParts parts(dir_);
     auto queue = parts.Build();

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -106,26 +105,11 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     const std::string filler(100, 'v');
     Store(CONFIG)->SetString("config.changes", OPT_OUT);
     auto ids = Store("visitorIDServiceDataStore");
-    for (int k = 0; k < keys; ++k) {
-        char key[16];
-        std::snprintf(key, sizeof key, "k%03d", k);
-        ids->SetString(key, filler);
-    }
+    for (int k = 0; k < keys; ++k) ids->SetString("k" + std::to_string(1000 + k), filler);
     // Damage a leaf page in the middle of the file while the store has it open, then let another
     // connection write, so that the store reads its pages anew from the file.
     SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
-    Rows leaves =
-        SqlRows(File(), "SELECT pageno FROM dbstat WHERE name = 'data_stores' AND pagetype = 'leaf' ORDER BY path");
-    ASSERT_GE(leaves.size(), 5u);
-    long page = std::stol(leaves[leaves.size() / 2][0]);
-    {
-        std::FILE* file = std::fopen(File().c_str(), "r+b");
-        ASSERT_NE(file, nullptr);
-        std::fseek(file, (page - 1) * 4096, SEEK_SET);
-        std::string garbage(4096, '\xff');
-        std::fwrite(garbage.data(), 1, garbage.size(), file);
-        std::fclose(file);
-    }
+    ASSERT_TRUE(VelmoraTest::DamageMiddleLeaf(File(), "data_stores"));
     SqlRows(File(), "INSERT INTO data_stores VALUES ('zzz', 'touch', 2, 1)");
 
     LogCapture log;
@@ -133,9 +117,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     int first_missing = -1;
     int last_missing = -1;
     for (int k = 0; k < keys; ++k) {
-        char key[16];
-        std::snprintf(key, sizeof key, "k%03d", k);
-        if (ids->GetString(key, "") == filler) {
+        if (ids->GetString("k" + std::to_string(1000 + k), "") == filler) {
             ++readable;
         } else {
             last_missing = k;

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,17 @@ inline std::vector<std::string> FilesAside(const std::string& folder, const std:
         }
     }
     return found;
+}
+
+/// Overwrites a leaf page of `table` in the middle of the file; false when the table has too few.
+inline bool DamageMiddleLeaf(const std::string& path, const std::string& table) {
+    SqlTextRows leaves =
+        SqlRows(path, "SELECT pageno FROM dbstat WHERE name = '" + table + "' AND pagetype = 'leaf' ORDER BY path");
+    if (leaves.size() < 5) return false;
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp((std::stol(leaves[leaves.size() / 2][0]) - 1) * 4096);
+    file << std::string(4096, '\xff');
+    return true;
 }
 
 /// The messages of the error lines captured.
