@@ -3,7 +3,6 @@
 // A small hit type, schema and scriptable processor for the hit queue tests.
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,6 +15,7 @@
 #include "runtime/services/PlatformServices.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/TryCatch.h"
+#include "tests/runtime/Gate.h"
 #include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
 
@@ -105,31 +105,6 @@ private:
 };
 
 using TestHitQueue = HitQueue<TestHit, TestHitSchema, TestHitProcessor>;
-
-/// A gate a processor can block on until the test opens it.
-class Gate {
-public:
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        condition_.notify_all();
-    }
-    void Wait() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++waiting_;
-        condition_.wait(lock, [this] { return open_; });
-    }
-    int Waiting() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return waiting_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable condition_;
-    bool open_{false};
-    int waiting_{0};
-};
 
 inline std::shared_ptr<TestHit> MakeHit(const std::string& payload, int32_t count = 0) {
     auto hit = std::make_shared<TestHit>();
