@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,6 +15,7 @@
 #include "runtime/bus/EventType.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
+#include "tests/runtime/Gate.h"
 #include "tests/support/WaitFor.h"
 
 namespace VelmoraTest {
@@ -101,24 +101,5 @@ inline void RecordingModule::OnRegistered() {
     }
     if (on_registered) on_registered();
 }
-
-/// Opens once; waiters block until then.
-class Latch {
-public:
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        opened_.notify_all();
-    }
-    void Wait() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        opened_.wait(lock, [this] { return open_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable opened_;
-    bool open_{false};
-};
 
 }  // namespace VelmoraTest

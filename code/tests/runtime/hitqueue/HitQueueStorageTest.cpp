@@ -1,9 +1,6 @@
-// What the queue keeps in its file: the table, inserts, updates, queries, bad rows and bad files.
+// What the queue keeps in its file: the table, inserts, updates, queries and bad rows.
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "tests/runtime/hitqueue/HitQueueTestSupport.h"
 #include "tests/support/LogCapture.h"
@@ -38,7 +35,6 @@ TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
                     {"PAYLOAD", "TEXT", "0"},
                     {"TIMESTAMP", "INTEGER", "0"},
                     {"COUNT", "INTEGER", "0"}}));
-    EXPECT_TRUE(queue->UpdateAllHits({{"COUNT", Variant::FromInteger(-1)}}));  // empty table
     for (int i = 1; i <= 3; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(1, char('a' + i - 1)), i)));
     queue->DeleteHitWithIdentifier("2");
     ASSERT_TRUE(queue->Queue(MakeHit("d", 4)));
@@ -55,7 +51,6 @@ TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     hit->payload = "d2";
     EXPECT_TRUE(queue->UpdateHit(hit));
     EXPECT_FALSE(queue->UpdateHit(MakeHit("never read")));  // no identifier
-    EXPECT_FALSE(queue->QueryHit(nullptr));
 
     EXPECT_TRUE(queue->UpdateAllHits({{"PAYLOAD", Variant::FromString("")}, {"COUNT", Variant::FromInteger(-1)}}));
     EXPECT_EQ(Sql("SELECT ID, PAYLOAD, TIMESTAMP, COUNT FROM TEST_HITS ORDER BY ID"),
@@ -96,32 +91,4 @@ TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
     EXPECT_EQ(log.Count("Unreadable test row: Column 3 is not an integer."), 1u);
     EXPECT_TRUE(queue->DeleteAllHits());
     EXPECT_EQ(queue->GetSize(), 0);
-}
-
-TEST_F(HitQueueStorageTest, GarbageFileIsMovedAsideAndReplaced) {
-    std::string garbage(8192, '\0');
-    for (size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>((i * 7919 + 13) % 251);
-    std::ofstream(DatabaseFile(), std::ios::binary) << garbage;
-    LogCapture log;
-    QueueParts parts(dir_);
-    auto queue = parts.Build();
-    EXPECT_TRUE(queue->Queue(MakeHit("fresh")));
-    EXPECT_EQ(queue->GetSize(), 1);
-
-    std::vector<std::string> aside;
-    for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
-        if (entry.path().filename().string().rfind(std::string(TestHitSchema::DATABASE) + ".corrupt-", 0) == 0) {
-            aside.push_back(entry.path().string());
-        }
-    }
-    ASSERT_EQ(aside.size(), 1u);
-    std::ifstream moved(aside[0], std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), garbage);
-    std::vector<std::string> errors;
-    for (const auto& line : log.Lines()) {
-        if (line.mode == LoggingMode::ERROR_LOG) errors.push_back(line.message);
-    }
-    EXPECT_EQ(errors, (std::vector<std::string>{"Database " + DatabaseFile() +
-                                                " is not a usable database (file is not a database); moved it to " +
-                                                aside[0] + " and started a fresh one, carrying over 0 rows"}));
 }

@@ -2,10 +2,7 @@
 
 // A small hit type, schema and scriptable processor for the hit queue tests.
 
-#include <sqlite3.h>
-
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -18,6 +15,8 @@
 #include "runtime/services/PlatformServices.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/TryCatch.h"
+#include "tests/runtime/Gate.h"
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
 
 namespace VelmoraTest {
@@ -107,31 +106,6 @@ private:
 
 using TestHitQueue = HitQueue<TestHit, TestHitSchema, TestHitProcessor>;
 
-/// A gate a processor can block on until the test opens it.
-class Gate {
-public:
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        condition_.notify_all();
-    }
-    void Wait() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++waiting_;
-        condition_.wait(lock, [this] { return open_; });
-    }
-    int Waiting() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return waiting_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable condition_;
-    bool open_{false};
-    int waiting_{0};
-};
-
 inline std::shared_ptr<TestHit> MakeHit(const std::string& payload, int32_t count = 0) {
     auto hit = std::make_shared<TestHit>();
     hit->payload = payload;
@@ -154,28 +128,5 @@ struct QueueParts {
         return queue = std::make_shared<TestHitQueue>(services, schema, processor);
     }
 };
-
-/// Rows of a direct SQL query on the database file, each column as text ("NULL" for null).
-inline std::vector<std::vector<std::string>> SqlRows(const std::string& path, const std::string& sql) {
-    std::vector<std::vector<std::string>> rows;
-    sqlite3* database = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-        sqlite3_busy_timeout(database, 5000);
-        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
-            while (sqlite3_step(statement) == SQLITE_ROW) {
-                std::vector<std::string> row;
-                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-                    const unsigned char* text = sqlite3_column_text(statement, i);
-                    row.push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
-                }
-                rows.push_back(row);
-            }
-        }
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(database);
-    return rows;
-}
 
 }  // namespace VelmoraTest

@@ -41,7 +41,6 @@ TEST(UrlBuilderTest, TheThreeSyncUrlsAndTheOptOutUrl) {
             "&d_cid=20920%01pushtoken");
     EXPECT_EQ(SyncUrl(false, {"d_mid=" + kMid, Cid("crm", "", "0")}),
               "http://" + kPrefix + "&d_mid=" + kMid + "&d_cid_ic=crm%01%010");
-    EXPECT_EQ(SyncUrl(true, {}), "https://" + kPrefix);
     EXPECT_EQ(UrlBuilder()
                   .EnableSsl(true)
                   .SetHost("identity.example")

@@ -2,9 +2,7 @@
 // the values that can still be read are kept, above all a stored opt-out, and nothing is deleted.
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,12 +10,14 @@
 #include "runtime/services/PlatformServices.h"
 #include "runtime/services/storage/SqliteLocalStorageService.h"
 #include "tests/runtime/services/storage/FullDisk.h"
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::FullDisk;
 using VelmoraTest::LogCapture;
+using VelmoraTest::SqlRows;
 using VelmoraTest::TempDir;
 using Strings = std::vector<std::string>;
 using Rows = std::vector<Strings>;
@@ -27,35 +27,6 @@ namespace {
 const char* const CONFIG = "com.velmora.module.configuration";
 const char* const OPT_OUT = R"({"global.privacy":"optedout"})";
 
-Rows Sql(const std::string& path, const std::string& sql) {
-    Rows rows;
-    sqlite3* db = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    sqlite3_busy_timeout(db, 5000);
-    EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    int rc;
-    while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
-        rows.emplace_back();
-        for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-            const unsigned char* text = sqlite3_column_text(statement, i);
-            rows.back().push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
-        }
-    }
-    EXPECT_EQ(rc, SQLITE_DONE) << sql << ": " << sqlite3_errmsg(db);
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
-    return rows;
-}
-
-Strings Errors(const LogCapture& log) {
-    Strings errors;
-    for (const auto& line : log.Lines()) {
-        if (line.mode == LoggingMode::ERROR_LOG) errors.push_back(line.message);
-    }
-    return errors;
-}
-
 class DataStoreRepairTest : public ::testing::Test {
 protected:
     std::string File() const { return dir_.File(SqliteLocalStorageService::FILE_NAME); }
@@ -63,15 +34,7 @@ protected:
         return services_->GetLocalStorageService()->GetDataStore(name);
     }
     Strings Aside(const std::string& label) const {
-        Strings found;
-        for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
-            std::string name = entry.path().filename().string();
-            if (name.rfind(std::string(SqliteLocalStorageService::FILE_NAME) + "." + label + "-", 0) == 0 &&
-                name.find("-wal") == std::string::npos && name.find("-shm") == std::string::npos) {
-                found.push_back(entry.path().string());
-            }
-        }
-        return found;
+        return VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, label);
     }
 
     TempDir dir_;
@@ -111,8 +74,8 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
         services_.reset();
         std::filesystem::remove_all(dir_.Path());
         std::filesystem::create_directories(dir_.Path());
-        for (const auto& sql : c.make) Sql(File(), sql);
-        const Rows before = Sql(File(), "SELECT * FROM data_stores");
+        for (const auto& sql : c.make) SqlRows(File(), sql);
+        const Rows before = SqlRows(File(), "SELECT * FROM data_stores");
         LogCapture log;
         services_ = std::make_shared<PlatformServices>(dir_.Path());
         auto config = Store(CONFIG);
@@ -120,14 +83,14 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
 
         Strings aside = Aside("mismatch");
         ASSERT_EQ(aside.size(), 1u);
-        EXPECT_EQ(Errors(log),
+        EXPECT_EQ(VelmoraTest::ErrorLines(log),
                   (Strings{"The data store file (" + File() + ") holds a table of another shape (" + c.difference +
                            "); moved it to (" + aside[0] + ") and started a fresh one with the " + c.carried +
                            " values that could be read"}));
         EXPECT_EQ(config->GetString("config.changes", "none"), c.opt_out_kept ? OPT_OUT : "none");
         EXPECT_EQ(Store("ids")->GetLong("ttl", 0), c.opt_out_kept ? 600 : 0);
         EXPECT_FALSE(Store("ids")->Contains("broken"));
-        EXPECT_EQ(Sql(aside[0], "SELECT * FROM data_stores"), before);
+        EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
         config->SetString("after", "stored");
         EXPECT_EQ(std::make_shared<PlatformServices>(dir_.Path())
                       ->GetLocalStorageService()
@@ -142,36 +105,19 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     const std::string filler(100, 'v');
     Store(CONFIG)->SetString("config.changes", OPT_OUT);
     auto ids = Store("visitorIDServiceDataStore");
-    for (int k = 0; k < keys; ++k) {
-        char key[16];
-        std::snprintf(key, sizeof key, "k%03d", k);
-        ids->SetString(key, filler);
-    }
+    for (int k = 0; k < keys; ++k) ids->SetString("k" + std::to_string(1000 + k), filler);
     // Damage a leaf page in the middle of the file while the store has it open, then let another
     // connection write, so that the store reads its pages anew from the file.
-    Sql(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
-    Rows leaves =
-        Sql(File(), "SELECT pageno FROM dbstat WHERE name = 'data_stores' AND pagetype = 'leaf' ORDER BY path");
-    ASSERT_GE(leaves.size(), 5u);
-    long page = std::stol(leaves[leaves.size() / 2][0]);
-    {
-        std::FILE* file = std::fopen(File().c_str(), "r+b");
-        ASSERT_NE(file, nullptr);
-        std::fseek(file, (page - 1) * 4096, SEEK_SET);
-        std::string garbage(4096, '\xff');
-        std::fwrite(garbage.data(), 1, garbage.size(), file);
-        std::fclose(file);
-    }
-    Sql(File(), "INSERT INTO data_stores VALUES ('zzz', 'touch', 2, 1)");
+    SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
+    ASSERT_TRUE(VelmoraTest::DamageMiddleLeaf(File(), "data_stores"));
+    SqlRows(File(), "INSERT INTO data_stores VALUES ('zzz', 'touch', 2, 1)");
 
     LogCapture log;
     int readable = 0;
     int first_missing = -1;
     int last_missing = -1;
     for (int k = 0; k < keys; ++k) {
-        char key[16];
-        std::snprintf(key, sizeof key, "k%03d", k);
-        if (ids->GetString(key, "") == filler) {
+        if (ids->GetString("k" + std::to_string(1000 + k), "") == filler) {
             ++readable;
         } else {
             last_missing = k;
@@ -180,7 +126,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     }
     Strings aside = Aside("corrupt");
     ASSERT_EQ(aside.size(), 1u);
-    Strings errors = Errors(log);
+    Strings errors = VelmoraTest::ErrorLines(log);
     ASSERT_EQ(errors.size(), 1u);
     EXPECT_EQ(errors[0].rfind("The data store file (" + File() + ") was found damaged at a read (", 0), 0u)
         << errors[0];
@@ -196,13 +142,13 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
 TEST_F(DataStoreRepairTest, AFileThatTakesNoMoreWritesKeepsTheRunGoingInMemoryFromWhatItHolds) {
     Store(CONFIG)->SetString("config.changes", OPT_OUT);
     Store("ids")->SetLong("ttl", 600);
-    Sql(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
+    SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
     LogCapture log;
     {
         FullDisk full;
         Store("ids")->SetLong("ttl", 1800);
     }
-    Strings errors = Errors(log);
+    Strings errors = VelmoraTest::ErrorLines(log);
     ASSERT_EQ(errors.size(), 2u);
     EXPECT_EQ(errors[0].rfind("Data store write failed (" + File() + "): ", 0), 0u) << errors[0];
     EXPECT_EQ(errors[1].rfind("Writes to the data store file (" + File() + ") fail (", 0), 0u) << errors[1];
@@ -212,5 +158,5 @@ TEST_F(DataStoreRepairTest, AFileThatTakesNoMoreWritesKeepsTheRunGoingInMemoryFr
         << errors[1];
     EXPECT_EQ(Store(CONFIG)->GetString("config.changes", "none"), OPT_OUT);
     EXPECT_EQ(Store("ids")->GetLong("ttl", 0), 1800);
-    EXPECT_EQ(Sql(File(), "SELECT value FROM data_stores WHERE key = 'ttl'"), (Rows{{"600"}}));
+    EXPECT_EQ(SqlRows(File(), "SELECT value FROM data_stores WHERE key = 'ttl'"), (Rows{{"600"}}));
 }

@@ -1,0 +1,74 @@
+#pragma once
+
+// Direct looks into the SQLite files and logs of the storage tests.
+
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/LogCapture.h"
+
+namespace VelmoraTest {
+
+using SqlTextRows = std::vector<std::vector<std::string>>;
+
+/// Runs `sql` on the file (made when missing); each column as text ("NULL" for null).
+inline SqlTextRows SqlRows(const std::string& path, const std::string& sql) {
+    SqlTextRows rows;
+    sqlite3* database = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_open(path.c_str(), &database) == SQLITE_OK) {
+        sqlite3_busy_timeout(database, 5000);
+        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(statement) == SQLITE_ROW) {
+                rows.emplace_back();
+                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+                    const unsigned char* text = sqlite3_column_text(statement, i);
+                    rows.back().push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
+                }
+            }
+        }
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(database);
+    return rows;
+}
+
+/// The files of `folder` that the file `base` was moved aside to under `label` ("corrupt", "mismatch").
+inline std::vector<std::string> FilesAside(const std::string& folder, const std::string& base,
+                                           const std::string& label) {
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::string name = entry.path().filename().string();
+        if (name.rfind(base + "." + label + "-", 0) == 0 && name.find("-wal") == std::string::npos &&
+            name.find("-shm") == std::string::npos) {
+            found.push_back(entry.path().string());
+        }
+    }
+    return found;
+}
+
+/// Overwrites a leaf page of `table` in the middle of the file; false when the table has too few.
+inline bool DamageMiddleLeaf(const std::string& path, const std::string& table) {
+    SqlTextRows leaves =
+        SqlRows(path, "SELECT pageno FROM dbstat WHERE name = '" + table + "' AND pagetype = 'leaf' ORDER BY path");
+    if (leaves.size() < 5) return false;
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp((std::stol(leaves[leaves.size() / 2][0]) - 1) * 4096);
+    file << std::string(4096, '\xff');
+    return true;
+}
+
+/// The messages of the error lines captured.
+inline std::vector<std::string> ErrorLines(const LogCapture& log) {
+    std::vector<std::string> errors;
+    for (const auto& line : log.Lines()) {
+        if (line.mode == VelmoraMobile::LoggingMode::ERROR_LOG) errors.push_back(line.message);
+    }
+    return errors;
+}
+
+}  // namespace VelmoraTest
