@@ -14,11 +14,8 @@
 #include "runtime/services/helpers/TimeUtils.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
-#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/WaitFor.h"
-#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
@@ -154,53 +151,22 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     }
 }
 
-TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationDropsTheSyncWithItsOwnMessage) {
+TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncWithoutAState) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
     InQueue([](Identity& identity) {
         identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
-    });
-    auto event = SyncEvent({{"crm", "abc"}});
-    EXPECT_TRUE(Sync(event, MakeConfig("")));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
-    EXPECT_EQ(harness.IdentityState(event), nullptr);
-    InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
-}
-
-TEST_F(IdentitySyncTest, NothingNewInsideTheTimeToLiveIsSkippedWithoutAState) {
-    LogCapture capture(LoggingMode::DEBUG_LOG);
-    InQueue([&](Identity& identity) {
         identity.mid = "m1";
         identity.ttl = std::chrono::seconds(600);
         identity.last_sync = std::chrono::seconds(TimeUtils::GetUnixTimeInSeconds());
     });
-    auto skipped = SyncEvent();
-    EXPECT_TRUE(Sync(skipped, MakeConfig(ORG)));
+    auto borrowing = SyncEvent({{"crm", "abc"}});
+    auto nothing_new = SyncEvent();
+    EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
+    EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
+    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
     EXPECT_EQ(DebugLines(capture, NOTHING_NEW), 1u);
-    EXPECT_EQ(harness.IdentityState(skipped), nullptr);
-}
-
-TEST_F(IdentitySyncTest, SyncRequestThroughTheBusReachesTheServerAndIsPublishedAtItsOwnNumber) {
-    VelmoraTestServer::TestIdentityServer server;
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
-    harness.Boot();
-
-    auto event = harness.DispatchIdentityRequest(SyncData({{"crm", "abc"}}, 1, "token"), "sync request");
-
-    std::shared_ptr<EventData> state;
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] {
-        state = harness.IdentityState(event);
-        return state && state->ContainsKey("visitoridslist");
-    }));
-    EXPECT_EQ(state->OptString("mid", ""), FIXED_MID);
-    EXPECT_EQ(state->GetTypedVector<VisitorId>("visitoridslist").Value().size(), 1u);
-
-    // Both syncs reach the server, the forced one first.
-    ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));
-    auto requests = server.Requests();
-    const std::string prefix = "d_rtbd=json&d_ver=2&d_orgid=" + ORG + "&d_mid=" + FIXED_MID;
-    EXPECT_EQ(requests[0].query, prefix);
-    EXPECT_EQ(requests[1].query.rfind(prefix, 0), 0u);
-    EXPECT_NE(requests[1].query.find("&d_cid_ic=crm%01abc%011&d_cid=20920%01token"), std::string::npos);
+    EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
+    InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
 
 TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfigurationAndKeepsTheMergedList) {
@@ -324,9 +290,8 @@ TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
               "https" + head + "&d_mid=" + mid +
                   "&d_blob=hmk_Lq6T&dcs_region=9&d_cid_ic=DSID_20915%01AAAA-BBBB%011&d_cid_ic=crm%01abc%011"
                   "&d_cid=20920%01pushtoken");
-    EXPECT_EQ(build(mid, "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
-              "http" + head + "&d_mid=" + mid + "&d_cid_ic=crm%01%010");
-    EXPECT_EQ(build("", "", "", {}, VisitorIdAuthenticationState::UNKNOWN, {}, true), "https" + head);
+    EXPECT_EQ(build("", "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
+              "http" + head + "&d_cid_ic=crm%01%010");
     // Server values go out unescaped while ids are encoded.
     EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}}, VisitorIdAuthenticationState::LOGGED_OUT,
                     {{"20920", ""}, {"1 2", "v&w"}}, true),
