@@ -189,8 +189,6 @@ TEST_F(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIs
     LogCapture log;
     harness.Boot();  // its forced sync is dropped too
     api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
-    api->SyncIdentifiers({{"loyalty", "L-1"}});
-    api->SyncIdentifiers({{"club", "C-2"}}, State::LOGGED_OUT);
     api->SetUserIdentifier("bob");
     auto url = std::make_shared<StringAnswers>();
     api->AppendToUrl("https://shop.example/cart", url->StringCallback());
@@ -199,7 +197,7 @@ TEST_F(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIs
     AskAll(strings, ids);
 
     EXPECT_EQ(AnsweredMarker(), "") << "the user identifier was set although opted out";
-    EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 4u);
+    EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 2u);
     EXPECT_TRUE(log.Contains("cannot set user identifier with privacy opt out. sharing"));
     EXPECT_EQ(strings->Values(), (std::vector<std::string>{"", "", ""}));
     EXPECT_EQ(ids->Count(), 0u);
@@ -220,19 +218,15 @@ TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValue) {
         identity.push_identifier = "push-1";
         identity.advertising_identifier = "adid-1";
         identity.user_identifier = "vid-1";
-        identity.customer_ids = {std::make_shared<VisitorId>("d_cid_ic", "crm", "alice", State::AUTHENTICATED),
-                                 std::make_shared<VisitorId>("d_cid_ic", "loyalty", "L-1", State::LOGGED_OUT)};
+        identity.customer_ids = {std::make_shared<VisitorId>("d_cid_ic", "crm", "alice", State::AUTHENTICATED)};
     });
     auto strings = std::make_shared<StringAnswers>();
     auto ids = std::make_shared<IdAnswers>();
     AskAll(strings, ids);
     EXPECT_EQ(AnsweredMarker(), "vid-1");
     EXPECT_EQ(strings->Values(), (std::vector<std::string>{"mid-1", "push-1", "adid-1"}));
-    auto list = ids->First();
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0]->id_type, "crm");
-    EXPECT_EQ(list[0]->authentication_state, State::AUTHENTICATED);
-    EXPECT_EQ(list[1]->id, "L-1");
+    ASSERT_EQ(ids->First().size(), 1u);
+    EXPECT_EQ(ids->First()[0]->id, "alice");
 }
 
 TEST_F(IdentityPublicApiTest, RegisterIdentityTwiceKeepsOneModule) {
