@@ -34,13 +34,8 @@ std::shared_ptr<ModuleEventListenerBase> ListenerOf(const std::shared_ptr<Module
     return listener;
 }
 
-std::shared_ptr<Event> Made(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
-                            const std::shared_ptr<EventData>& data) {
-    return EventBuilder("test event", type, source).SetData(data).Build();
-}
-
 std::shared_ptr<Event> SharedStateEvent(const std::shared_ptr<EventData>& data) {
-    return Made(EventType::HUB, EventSource::SHARED_STATE, data);
+    return EventBuilder("test event", EventType::HUB, EventSource::SHARED_STATE).SetData(data).Build();
 }
 
 }  // namespace
@@ -85,26 +80,4 @@ TEST(IdentityListenersTest, OnlyTheConfigurationsOwnStateWakesTheQueue) {
     harness.hub->Dispatch(SharedStateEvent(MakeData({{"stateowner", "com.velmora.module.configuration"}})));
     Settle(harness);
     EXPECT_EQ(log.Count(PENDING_MESSAGE), 2u);
-}
-
-TEST(IdentityListenersTest, OnlyAConfigurationResponseWithOrgIdReplacesTheLastGoodOne) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    // The opt-out request, if one is decided on, stays on this machine.
-    VelmoraTest::ConfigureWithServer(harness, "127.0.0.1:9", {{"ondaraCloud.org", "ORG-1"}});
-    harness.RunInIdentityQueue([&] { identity->mid = "MID-BEFORE"; });
-    auto respond_then_org = [&](const std::shared_ptr<EventData>& data) {
-        harness.hub->Dispatch(Made(EventType::CONFIGURATION, EventSource::RESPONSE_CONTENT, data));
-        Settle(harness);
-        std::string org;
-        harness.RunInIdentityQueue([&] { org = identity->latest_valid_config->GetOrgId(); });
-        return org;
-    };
-    EXPECT_EQ(respond_then_org(MakeData({{"ondaraCloud.server", "other.example"}})), "ORG-1");
-    EXPECT_EQ(respond_then_org(MakeData()), "ORG-1");
-    EXPECT_EQ(respond_then_org(MakeData({{"ondaraCloud.org", "ORG-2"}, {"global.privacy", "optedout"}})), "ORG-2");
-    harness.RunInIdentityQueue([&] {
-        EXPECT_EQ(identity->privacy_status, MobilePrivacyStatus::OPT_OUT);
-        EXPECT_EQ(identity->mid, "");
-    });
 }
