@@ -229,14 +229,6 @@ TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValue) {
     EXPECT_EQ(ids->First()[0]->id, "alice");
 }
 
-TEST_F(IdentityPublicApiTest, RegisterIdentityTwiceKeepsOneModule) {
-    LogCapture log;
-    api->RegisterIdentity();
-    IdentityPublicApi::Create(harness.hub, harness.services)->RegisterIdentity();
-    EXPECT_TRUE(harness.hub->IsRegisteredModule("com.velmora.module.identity"));
-    EXPECT_FALSE(log.ContainsFragment("Cannot register module"));
-}
-
 TEST(IdentityPublicApiWithoutModule, CallsAreLoggedAndDroppedWithoutCallback) {
     IdentityHarness harness;  // a hub without the identity module, as after a stop
     auto answers = std::make_shared<StringAnswers>();
