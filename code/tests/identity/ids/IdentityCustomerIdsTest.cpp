@@ -6,9 +6,11 @@
 
 #include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
+using VelmoraTest::DescribeIds;
 using VelmoraTest::LogCapture;
 
 // Generation, merge and the stored string only touch customer_ids: an Identity off the bus is enough.
@@ -31,16 +33,6 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
     return std::make_shared<VisitorId>(origin, type, id, state);
 }
 
-// Each id as "origin:type:id:state".
-Lines Describe(const Ids& ids) {
-    Lines out;
-    for (const auto& id : ids) {
-        out.push_back(id->id_origin + ":" + id->id_type + ":" + id->id + ":" +
-                      std::to_string(static_cast<int>(id->authentication_state)));
-    }
-    return out;
-}
-
 // The identity module's debug lines, in order.
 Lines DebugLines(const LogCapture& capture) {
     Lines out;
@@ -56,17 +48,17 @@ Lines DebugLines(const LogCapture& capture) {
 TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
     auto identity = std::make_shared<Identity>();
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    EXPECT_EQ(Describe(identity->GenerateCustomerIds(
+    EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
                   {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}, {"loyalty", ""}, {"!!!", "lost"}}, State::LOGGED_OUT)),
               (Lines{"d_cid_ic:DSID_20915:AAAA-BBBB:1", "d_cid_ic:crm:abc:2", "d_cid_ic:loyalty::2"}));
     EXPECT_EQ(DebugLines(capture), Lines{EMPTY_TYPE});
     // "DSID_20915." cleans to the same type but is not the advertising id's key.
-    EXPECT_EQ(Describe(identity->GenerateCustomerIds({{"DSID_20915.", "x"}}, State::UNKNOWN)),
+    EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds({{"DSID_20915.", "x"}}, State::UNKNOWN)),
               Lines{"d_cid_ic:DSID_20915:x:0"});
     // Two keys of one cleaned type go out twice but merge to one.
     Ids twice = identity->GenerateCustomerIds({{"c-rm", "first"}, {"crm", "second"}}, State::AUTHENTICATED);
     EXPECT_EQ(twice.size(), 2u);
-    EXPECT_EQ(Describe(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
+    EXPECT_EQ(DescribeIds(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
 }
 
 TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemoves) {
@@ -76,7 +68,7 @@ TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemov
     Ids merged = identity->MergeCustomerIds({Id("email", "e@x", State::UNKNOWN),
                                              Id("crm", "new", State::LOGGED_OUT, "other-origin"),
                                              Id("loyalty", "", State::LOGGED_OUT)});
-    EXPECT_EQ(Describe(merged), (Lines{"stored-origin:crm:new:2", "d_cid_ic:loyalty::2", "d_cid_ic:email:e@x:0"}));
+    EXPECT_EQ(DescribeIds(merged), (Lines{"stored-origin:crm:new:2", "d_cid_ic:loyalty::2", "d_cid_ic:email:e@x:0"}));
     // The stored record itself is overwritten: the module's list sees it at once.
     EXPECT_EQ(merged[0], crm);
     identity->customer_ids = merged;
@@ -129,7 +121,7 @@ TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkip
     auto identity = std::make_shared<Identity>();
     for (const auto& c : cases) {
         LogCapture capture(LoggingMode::DEBUG_LOG);
-        EXPECT_EQ(Describe(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;
+        EXPECT_EQ(DescribeIds(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;
         EXPECT_EQ(DebugLines(capture), c.log) << c.stored;
     }
 }

@@ -188,8 +188,8 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         std::vector<std::string> kept;
     };
     const std::vector<Case> cases = {
-        {{{"crm", "abc"}}, 1, "&d_cid_ic=crm%01abc%011", {"old:o1:1", "crm:abc:1"}},
-        {{{"crm", "xyz"}}, 7, "&d_cid_ic=crm%01xyz%010", {"old:o1:1", "crm:xyz:0"}},
+        {{{"crm", "abc"}}, 1, "&d_cid_ic=crm%01abc%011", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:1"}},
+        {{{"crm", "xyz"}}, 7, "&d_cid_ic=crm%01xyz%010", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:xyz:0"}},
     };
     const std::string file = harness.DataDir() + "/VLBMobileIdentity.sqlite";
     for (size_t i = 0; i < cases.size(); ++i) {
@@ -208,13 +208,7 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         auto state = harness.IdentityState(event);
         ASSERT_NE(state, nullptr);
         EXPECT_EQ(state->OptLong("lastsync", -1), previous) << "published before the last sync moves";
-        std::vector<std::string> kept;
-        const auto ids = state->GetTypedVector<VisitorId>("visitoridslist").Value();
-        for (const auto& id : ids) {
-            kept.push_back(id->id_type + ":" + id->id + ":" +
-                           std::to_string(static_cast<int>(id->authentication_state)));
-        }
-        EXPECT_EQ(kept, cases[i].kept);
+        EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()), cases[i].kept);
     }
 
     // Without a hit database nothing is queued, so the last sync stays where it was.

@@ -6,7 +6,9 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "identity/ids/VisitorId.h"
 #include "identity/module/ConfigurationSharedStateIdentity.h"
 #include "runtime/bus/EventData.h"
 #include "runtime/services/CryptoServiceInterface.h"
@@ -54,6 +56,17 @@ inline std::shared_ptr<VelmoraMobile::ConfigurationSharedStateIdentity> MakeConf
     data->PutString("global.privacy", privacy);
     data->PutBoolean("identity.adidEnabled", ad_id_enabled);
     return std::make_shared<VelmoraMobile::ConfigurationSharedStateIdentity>(data);
+}
+
+/// Each id as "origin:type:id:state", "null" for a null entry.
+inline std::vector<std::string> DescribeIds(const std::vector<std::shared_ptr<VelmoraMobile::VisitorId>>& ids) {
+    std::vector<std::string> out;
+    for (const auto& id : ids) {
+        out.push_back(id ? id->id_origin + ":" + id->id_type + ":" + id->id + ":" +
+                               std::to_string(static_cast<int>(id->authentication_state))
+                         : "null");
+    }
+    return out;
 }
 
 /// How many lines of the identity module's tag have exactly this level and text.

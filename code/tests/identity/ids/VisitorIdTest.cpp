@@ -9,6 +9,7 @@
 #include "runtime/values/SdkError.h"
 #include "runtime/values/StringUtils.h"
 #include "runtime/values/Variant.h"
+#include "tests/identity/ids/IdentitySyncTestSupport.h"
 
 using namespace VelmoraMobile;
 
@@ -58,13 +59,7 @@ TEST(VisitorIdTest, ListRoundTripKeepsOrderNullsAndFields) {
     VisitorIdList ids{edited, nullptr, std::make_shared<VisitorId>("", "t2", "v2", static_cast<State>(9))};
     auto back = Variant::FromTypedVector(ids)->GetTypedVector<VisitorId>();
     ASSERT_TRUE(back.HasValue());
-    std::vector<std::string> described;
-    for (const auto& id : back.Value()) {
-        described.push_back(id ? id->id_origin + "|" + id->id_type + "|" + id->id + "|" +
-                                     std::to_string(static_cast<int>(id->authentication_state))
-                               : "null");
-    }
-    EXPECT_EQ(described, (std::vector<std::string>{"o1|a.b||1", "null", "|t2|v2|9"}));
+    EXPECT_EQ(VelmoraTest::DescribeIds(back.Value()), (std::vector<std::string>{"o1:a.b::1", "null", ":t2:v2:9"}));
 }
 
 TEST(VisitorIdTest, WrongShapesGiveTheirErrorAndOneBadElementFailsTheWholeList) {
