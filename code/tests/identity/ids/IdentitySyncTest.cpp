@@ -34,8 +34,6 @@ const std::string ORG = "1234ABCD5678EFGH";
 // What the fixed UUID source below turns into.
 const uint8_t UUID_BYTES[16] = {0, 0, 0, 0, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 const std::string FIXED_MID = "00000000000000000010000000000000000001";
-const std::string NOTHING_NEW = "Ignoring ID sync because nothing new to sync after the last sync.";
-const std::string CANNOT_SYNC = "Ignoring ID Sync due to privacy status opt out OR missing OrgID.";
 
 class IdentitySyncTest : public ::testing::Test {
 protected:
@@ -86,11 +84,6 @@ protected:
     void InQueue(const std::function<void(Identity&)>& work) {
         harness.RunInIdentityQueue([&] { work(*harness.identity); });
     }
-    std::string GenerateMid() {
-        std::string mid;
-        InQueue([&](Identity& identity) { mid = identity.GenerateMID(); });
-        return mid;
-    }
     size_t DebugLines(const LogCapture& capture, const std::string& message) {
         return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
     }
@@ -117,7 +110,7 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     LogCapture capture(LoggingMode::DEBUG_LOG);
     InQueue([](Identity& identity) { identity.mid.clear(); });
     EXPECT_FALSE(ShouldSyncAfter(0, {}, {}, false, MakeConfig("")));
-    EXPECT_EQ(DebugLines(capture, CANNOT_SYNC), 1u);
+    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out OR missing OrgID."), 1u);
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, FIXED_MID); });
 }
 
@@ -164,7 +157,7 @@ TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncW
     EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
     EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
-    EXPECT_EQ(DebugLines(capture, NOTHING_NEW), 1u);
+    EXPECT_EQ(DebugLines(capture, "Ignoring ID sync because nothing new to sync after the last sync."), 1u);
     EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
@@ -239,7 +232,7 @@ TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
     };
     for (const auto& c : cases) {
         harness.services->SetCryptoService(CryptoWithUuid(c.bytes));
-        EXPECT_EQ(GenerateMid(), c.mid);
+        InQueue([&](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), c.mid); });
     }
     // Missing services give an empty MID and one warning each.
     const std::vector<std::pair<std::shared_ptr<CryptoServiceInterface>, std::string>> missing = {
@@ -248,7 +241,7 @@ TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
     for (const auto& c : missing) {
         LogCapture capture(LoggingMode::WARNING_LOG);
         harness.services->SetCryptoService(c.first);
-        EXPECT_EQ(GenerateMid(), "");
+        InQueue([](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), ""); });
         EXPECT_EQ(CountIdentityLines(capture, LoggingMode::WARNING_LOG, c.second), 1u);
     }
     LogCapture capture(LoggingMode::WARNING_LOG);
