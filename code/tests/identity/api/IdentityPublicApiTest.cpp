@@ -229,27 +229,19 @@ TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValue) {
     EXPECT_EQ(ids->First()[0]->id, "alice");
 }
 
-TEST(IdentityPublicApiWithoutModule, CallsAreLoggedAndDroppedWithoutCallback) {
+// The request and sync paths' lines on a stopped core are pinned by CoreTest; these two calls check on their own.
+TEST(IdentityPublicApiWithoutModule, RegisteringWithoutACoreAndSettingTheUserIdWithoutTheModuleAreLoggedAndDropped) {
     IdentityHarness harness;  // a hub without the identity module, as after a stop
-    auto answers = std::make_shared<StringAnswers>();
     LogCapture log;
-    auto detached = IdentityPublicApi::Create(nullptr, nullptr);
-    detached->GetOndaraCloudId(answers->StringCallback());
-    detached->RegisterIdentity();
-    auto unregistered = IdentityPublicApi::Create(harness.hub, harness.services);
-    unregistered->AppendToUrl("https://shop.example/", answers->StringCallback());
-    unregistered->SetUserIdentifier("vid");
-    for (const std::string call : {"GetOndaraCloudId", "RegisterIdentity"}) {
-        EXPECT_TRUE(
-            log.Contains(call + " ignored: no core is running. Start the core before calling the identity API"));
-    }
-    for (const std::string call : {"AppendToUrl", "SetUserIdentifier"}) {
-        EXPECT_TRUE(log.Contains(call + " ignored: the identity module is not registered on this hub (the core is "
-                                        "stopped or not started)"));
-    }
+    IdentityPublicApi::Create(nullptr, nullptr)->RegisterIdentity();
+    IdentityPublicApi::Create(harness.hub, harness.services)->SetUserIdentifier("vid");
+    EXPECT_TRUE(
+        log.Contains("RegisterIdentity ignored: no core is running. Start the core before calling the identity API"));
+    EXPECT_TRUE(
+        log.Contains("SetUserIdentifier ignored: the identity module is not registered on this hub (the core "
+                     "is stopped or not started)"));
     harness.Shutdown();
     EXPECT_TRUE(harness.Events(EventType::IDENTITY, EventSource::REQUEST_IDENTITY).empty());
-    EXPECT_EQ(answers->Count(), 0u);
 }
 
 }  // namespace
