@@ -63,10 +63,6 @@ std::shared_ptr<Identity> IdentityHarness::RegisterIdentity() {
     return identity;
 }
 
-void IdentityHarness::Boot() {
-    hub->FinishModulesRegistration();
-}
-
 void IdentityHarness::Configure(const std::map<std::string, std::string>& values) {
     Variant::VariantMap map;
     for (const auto& entry : values) map[entry.first] = Variant::FromString(entry.second);
@@ -98,10 +94,6 @@ std::shared_ptr<Event> IdentityHarness::DispatchIdentityRequest(const std::share
     return event;
 }
 
-std::vector<std::shared_ptr<Event>> IdentityHarness::Events() const {
-    return recorder->Events();
-}
-
 std::vector<std::shared_ptr<Event>> IdentityHarness::Events(const std::shared_ptr<EventType>& type,
                                                             const std::shared_ptr<EventSource>& source) const {
     std::vector<std::shared_ptr<Event>> result;
@@ -131,10 +123,6 @@ std::shared_ptr<Event> IdentityHarness::WaitForResponse(const std::string& pair_
             return event->GetEventSource() == EventSource::RESPONSE_IDENTITY && event->GetResponsePairID() == pair_id;
         },
         timeout);
-}
-
-std::shared_ptr<EventData> IdentityHarness::IdentityState(const std::shared_ptr<Event>& event) {
-    return hub->GetSharedEventState("com.velmora.module.identity", event);
 }
 
 void IdentityHarness::RunInIdentityQueue(const std::function<void()>& work) {

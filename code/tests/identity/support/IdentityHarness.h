@@ -50,7 +50,7 @@ public:
     /// Registers the identity module and waits until its OnRegistered has run.
     std::shared_ptr<VelmoraMobile::Identity> RegisterIdentity();
     /// Dispatches HUB / BOOTED.
-    void Boot();
+    void Boot() { hub->FinishModulesRegistration(); }
     /// Publishes `values` ("ondaraCloud.org", "global.privacy", ...) through the configuration
     /// extension and waits until its shared state holds them.
     void Configure(const std::map<std::string, std::string>& values);
@@ -61,7 +61,7 @@ public:
     std::shared_ptr<VelmoraMobile::Event> DispatchIdentityRequest(const std::shared_ptr<VelmoraMobile::EventData>& data,
                                                                   const std::string& name = "test request");
 
-    std::vector<std::shared_ptr<VelmoraMobile::Event>> Events() const;
+    std::vector<std::shared_ptr<VelmoraMobile::Event>> Events() const { return recorder->Events(); }
     /// Events of that type and source, in delivery order.
     std::vector<std::shared_ptr<VelmoraMobile::Event>> Events(
         const std::shared_ptr<VelmoraMobile::EventType>& type,
@@ -75,7 +75,9 @@ public:
 
     /// The identity shared state for `event` (null event: the newest).
     std::shared_ptr<VelmoraMobile::EventData> IdentityState(
-        const std::shared_ptr<VelmoraMobile::Event>& event = nullptr);
+        const std::shared_ptr<VelmoraMobile::Event>& event = nullptr) {
+        return hub->GetSharedEventState("com.velmora.module.identity", event);
+    }
 
     /// Runs `work` as a task of the identity module and waits for it: the race-free way to read
     /// the module's fields in a test.
