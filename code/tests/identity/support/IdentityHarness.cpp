@@ -25,8 +25,6 @@ public:
 
 }  // namespace
 
-EventRecorder::EventRecorder() : InternalModule("velmora.test.recorder") {}
-
 void EventRecorder::OnRegistered() {
     RegisterWildCardListener(std::make_shared<RecordingListener>());
 }
@@ -50,10 +48,6 @@ IdentityHarness::IdentityHarness(const std::string& data_dir) : data_dir_(data_d
     hub = std::make_shared<EventHub>(services);
     recorder = hub->RegisterModule<EventRecorder>();
     configuration = hub->RegisterModule<ConfigurationExtension>();
-}
-
-IdentityHarness::~IdentityHarness() {
-    Shutdown();
 }
 
 std::shared_ptr<Identity> IdentityHarness::RegisterIdentity() {

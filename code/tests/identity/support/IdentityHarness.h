@@ -23,7 +23,7 @@ namespace VelmoraTest {
 /// A module that records every event of the bus, in delivery order.
 class EventRecorder : public VelmoraMobile::InternalModule {
 public:
-    EventRecorder();
+    EventRecorder() : InternalModule("velmora.test.recorder") {}
     std::string GetSharedStateName() override { return "velmora.test.recorder"; }
     void OnRegistered() override;
 
@@ -43,7 +43,7 @@ public:
 
     /// `data_dir` empty: a fresh temporary folder owned by the harness.
     explicit IdentityHarness(const std::string& data_dir = "");
-    ~IdentityHarness();
+    ~IdentityHarness() { Shutdown(); }
 
     const std::string& DataDir() const { return data_dir_; }
 
