@@ -42,8 +42,7 @@ public:
     void OnRegistered() override { RegisterWildCardListener(std::make_shared<Listener>()); }
 
 private:
-    class Listener : public ModuleEventListener<StateWatcher> {
-    public:
+    struct Listener : ModuleEventListener<StateWatcher> {
         void Hear(const std::shared_ptr<Event>& event) override {
             Say("event " + event->GetName() + " " + event->GetData()->OptString(EventDataKeys::STATE_OWNER, ""));
         }
@@ -54,13 +53,11 @@ private:
 // module answers in the order of its requests.
 std::string Barrier(const IdentityPublicApi& api) {
     auto answer = std::make_shared<std::promise<std::string>>();
-    std::future<std::string> mid = answer->get_future();
     api.GetOndaraCloudId([answer](std::string value) { answer->set_value(std::move(value)); });
-    if (mid.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
-        Say("stuck");
-        std::_Exit(3);
-    }
-    return mid.get();
+    std::future<std::string> mid = answer->get_future();
+    if (mid.wait_for(std::chrono::seconds(60)) == std::future_status::ready) return mid.get();
+    Say("stuck");
+    std::_Exit(3);
 }
 
 }  // namespace
@@ -76,16 +73,13 @@ int main(int argc, char** argv) {
     options.org_id = "ORG@Crash";
     options.tls = false;
     options.configuration = {{"global.privacy", Variant::FromString("optedin")}};
-    const std::string prefix = argv[3];
-    const int count = std::atoi(argv[4]);
-
     Core core(options);
     core.Running()->event_hub->RegisterModule(std::make_shared<StateWatcher>());
     Say("started");
-    std::shared_ptr<IdentityPublicApi> api = core.IdentityApi();
-    for (int i = 0; i < count; ++i) {
+    auto api = core.IdentityApi();
+    for (int i = 0; i < std::atoi(argv[4]); ++i) {
         // Two digits: no id is a prefix of another of the same run.
-        const std::string id = prefix + (i < 10 ? "0" : "") + std::to_string(i);
+        const std::string id = argv[3] + std::string(i < 10 ? "0" : "") + std::to_string(i);
         api->SyncIdentifier("crash", id, VisitorIdAuthenticationState::AUTHENTICATED);
         Say("durable " + id + " " + Barrier(*api));
     }

@@ -6,12 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <functional>
-#include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/TempDir.h"
@@ -22,136 +23,85 @@ extern char** environ;
 
 using VelmoraTest::TempDir;
 using VelmoraTest::WaitFor;
-using VelmoraTestServer::Fault;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
 
 const std::chrono::seconds kPatience(15);
 
-// The crash host as a child process: its stdout lines are collected as they come; closing its
+// The crash host as a child process: its stdout goes to a file read as it grows; closing its
 // stdin asks it to stop.
 class HostProcess {
 public:
-    explicit HostProcess(std::vector<std::string> args) {
-        int in[2];
-        int out[2];
-        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
-            ADD_FAILURE() << "pipe2 failed";
-            return;
-        }
-        args.insert(args.begin(), VELMORA_CRASH_HOST);
+    HostProcess(const TempDir& dir, const std::string& server, const std::string& prefix, int count)
+        : out_(dir.File(prefix + ".out")) {
+        std::vector<std::string> args = {VELMORA_CRASH_HOST, dir.Path(), server, prefix, std::to_string(count)};
         std::vector<char*> argv;
         for (auto& arg : args) argv.push_back(arg.data());
         argv.push_back(nullptr);
+        int in[2];
+        EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        const int spawned = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0) << argv[0];
         posix_spawn_file_actions_destroy(&actions);
         close(in[0]);
-        close(out[1]);
         stdin_ = in[1];
-        if (spawned != 0) {
-            ADD_FAILURE() << "cannot start " << argv[0];
-            pid_ = -1;
-        }
-        reader_ = std::thread([this, fd = out[0]] { Read(fd); });
     }
-
     ~HostProcess() {
-        if (pid_ > 0) Kill();
-        if (stdin_ >= 0) close(stdin_);
-        if (reader_.joinable()) reader_.join();
+        Kill();
+        Stop();
     }
 
-    std::vector<std::string> Lines() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
+    // The complete lines written so far.
+    std::string Text() const {
+        std::stringstream text;
+        text << std::ifstream(out_).rdbuf();
+        const std::string all = text.str();
+        return all.substr(0, all.rfind('\n') + 1);
     }
-
-    std::string Transcript() const {
-        std::string text;
-        for (const auto& line : Lines()) text += line + "\n";
-        return text;
+    // Whether a line starting with `line` came after one starting with `after`.
+    bool Said(const std::string& line, const std::string& after = "") const {
+        const std::string text = "\n" + Text();
+        const size_t from = text.find("\n" + after);
+        return from != std::string::npos && text.find("\n" + line, from + after.size()) != std::string::npos;
     }
-
-    // The first line at or after `from` that starts with `prefix`, or "" when none came in time.
-    std::string WaitForLine(const std::string& prefix, size_t from = 0) const {
-        std::string found;
-        WaitFor(
-            [&] {
-                std::vector<std::string> lines = Lines();
-                for (size_t i = from; i < lines.size(); ++i) {
-                    if (lines[i].rfind(prefix, 0) == 0) {
-                        found = lines[i];
-                        return true;
-                    }
-                }
-                return false;
-            },
-            kPatience);
-        return found;
-    }
-
     void Kill() {
-        kill(pid_, SIGKILL);
-        Reap();
+        if (pid_ > 0) kill(pid_, SIGKILL);
     }
-
     // Closes stdin, so the host stops, and gives its exit status.
     int Stop() {
-        close(stdin_);
+        if (stdin_ >= 0) close(stdin_);
         stdin_ = -1;
-        return Reap();
-    }
-
-private:
-    void Read(int fd) {
-        std::string pending;
-        char buffer[512];
-        for (ssize_t n; (n = read(fd, buffer, sizeof(buffer))) > 0;) {
-            pending.append(buffer, static_cast<size_t>(n));
-            for (size_t end; (end = pending.find('\n')) != std::string::npos; pending.erase(0, end + 1)) {
-                std::lock_guard<std::mutex> lock(mutex_);
-                lines_.push_back(pending.substr(0, end));
-            }
-        }
-        close(fd);
-    }
-
-    int Reap() {
         int status = -1;
         if (pid_ > 0) waitpid(pid_, &status, 0);
         pid_ = -1;
-        if (reader_.joinable()) reader_.join();
         return status;
     }
 
+private:
+    std::string out_;
     pid_t pid_{-1};
     int stdin_{-1};
-    std::thread reader_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
 };
 
 std::string IntegrityOf(const std::string& path) {
     sqlite3* db = nullptr;
-    std::string result = "cannot open";
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW) {
-            result = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-        }
-        sqlite3_finalize(statement);
+    sqlite3_stmt* statement = nullptr;
+    std::string result = "cannot read";
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW) {
+        result = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
     }
+    sqlite3_finalize(statement);
     sqlite3_close(db);
     return result;
 }
 
-// What the server has seen of the customer ids of the syncs.
+// Whether a sync carrying `id` reached the server.
 bool Reached(const TestIdentityServer& server, const std::string& id) {
     for (const auto& request : server.Requests()) {
         auto range = request.all_params.equal_range("d_cid_ic");
@@ -170,67 +120,48 @@ bool Reached(const TestIdentityServer& server, const std::string& id) {
 TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers) {
     TempDir dir;
     TestIdentityServer server;
-    Fault slow;
+    VelmoraTestServer::Fault slow;
     slow.path = "/id";
     slow.delay_ms = 200;
     server.SetDefaultFault(slow);
     std::set<std::string> durable;
     std::set<std::string> mids;
+    // "durable <id> <mid>" and "ready <mid>" lines: what the host had taken in, and its MID.
     auto note = [&](const HostProcess& host) {
-        for (const std::string& line : host.Lines()) {
-            const size_t space = line.find(' ', 8);
-            if (line.rfind("durable ", 0) == 0 && space != std::string::npos) {
-                durable.insert(line.substr(8, space - 8));
-                if (space + 1 < line.size()) mids.insert(line.substr(space + 1));
-            }
+        std::istringstream lines(host.Text());
+        for (std::string word, rest, id, mid; lines >> word && std::getline(lines, rest);) {
+            std::istringstream fields(rest);
+            if (word == "durable" && fields >> id) durable.insert(id);
+            if ((word == "durable" || word == "ready") && fields >> mid) mids.insert(mid);
         }
     };
-    auto start = [&](const std::string& prefix, int count) {
-        return std::make_unique<HostProcess>(
-            std::vector<std::string>{dir.Path(), server.Host(), prefix, std::to_string(count)});
+    auto kill_when = [&](const std::string& prefix, int count, const std::function<bool(const HostProcess&)>& moment) {
+        HostProcess host(dir, server.Host(), prefix, count);
+        EXPECT_TRUE(WaitFor([&] { return moment(host); }, kPatience)) << prefix << ":\n" << host.Text();
+        host.Kill();
+        host.Stop();
+        note(host);
     };
 
-    {  // During inserts: three syncs are in, nine more are being taken in.
-        auto host = start("a", 12);
-        ASSERT_FALSE(host->WaitForLine("durable a02").empty());
-        host->Kill();
-        note(*host);
-    }
-    {  // During a send: the server holds a request whose answer is delayed.
-        const size_t before = server.Requests().size();
-        auto host = start("b", 3);
-        ASSERT_TRUE(server.WaitForRequests(before + 1, kPatience));
-        host->Kill();
-        note(*host);
-    }
-    {  // During the application of an answer: the identity module reports what an answer brought.
-        auto host = start("c", 3);
-        const std::string ready = host->WaitForLine("ready");
-        ASSERT_FALSE(ready.empty());
-        const size_t after_ready = host->Lines().size();
-        ASSERT_FALSE(host->WaitForLine("event UPDATED_IDENTITY_RESPONSE", after_ready).empty()) << host->Transcript();
-        host->Kill();
-        note(*host);
-    }
-    {  // A last start sends what is left and stops in order.
-        auto host = start("d", 0);
-        const std::string ready = host->WaitForLine("ready ");
-        ASSERT_FALSE(ready.empty());
-        mids.insert(ready.substr(6));
-        ASSERT_GE(durable.size(), 6u);
-        WaitFor(
-            [&] {
-                for (const std::string& id : durable)
-                    if (!Reached(server, id)) return false;
-                return true;
-            },
+    // During inserts: three syncs are in, nine more are being taken in.
+    kill_when("a", 12, [](const HostProcess& host) { return host.Said("durable a02"); });
+    // During a send: the server holds a request whose answer is delayed.
+    const size_t before = server.Requests().size();
+    kill_when("b", 3, [&](const HostProcess&) { return server.Requests().size() > before; });
+    // During the application of an answer: the identity module reports what an answer brought.
+    kill_when("c", 3, [](const HostProcess& host) { return host.Said("event UPDATED_IDENTITY_RESPONSE", "ready"); });
+
+    // A last start sends what is left and stops in order.
+    HostProcess host(dir, server.Host(), "d", 0);
+    ASSERT_TRUE(WaitFor([&] { return host.Said("ready "); }, kPatience)) << host.Text();
+    note(host);
+    ASSERT_GE(durable.size(), 6u);
+    WaitFor([&] { return std::all_of(durable.begin(), durable.end(), [&](auto& id) { return Reached(server, id); }); },
             kPatience);
-        for (const std::string& id : durable) EXPECT_TRUE(Reached(server, id)) << id << " never reached the server";
-        const int status = host->Stop();
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    }
-    EXPECT_EQ(mids.size(), 1u);
-    EXPECT_FALSE(mids.begin()->empty());
+    for (const std::string& id : durable) EXPECT_TRUE(Reached(server, id)) << id << " never reached the server";
+    const int status = host.Stop();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(mids.size(), 1u);  // one MID, and not an empty one
     EXPECT_EQ(IntegrityOf(dir.File("VLBMobileIdentity.sqlite")), "ok");
     EXPECT_EQ(IntegrityOf(dir.File("VelmoraDataStores.sqlite")), "ok");
 }

@@ -80,11 +80,7 @@ TEST_F(CoreTest, ReturnsWithTheModulesRegisteredAndLayeredConfigurationRunsAlone
         }
         EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
 
-        std::string mid = Mid(core.IdentityApi());
-        EXPECT_EQ(mid.size(), 38u);
-        ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
-        EXPECT_EQ(server.Requests()[0].params.at("d_orgid"), ORG);
-        EXPECT_EQ(server.Requests()[0].params.at("d_mid"), mid);
+        EXPECT_EQ(Mid(core.IdentityApi()).size(), 38u);
     }
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
 }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #import "host/objc/VLXIdentityConversions.h"
 #import "host/objc/VLXMobileCore.h"
 #include "identity/module/IdentityConstants.h"
+#include "runtime/bus/EventBuilder.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
 #include "tests/identity/api/Answers.h"
@@ -38,28 +38,39 @@ protected:
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
 };
 
-/// Records the identity requests delivered on its hub, in delivery order. Thread-safe.
+/// Records the identity requests delivered on its hub, in delivery order, and marks between them.
 class RequestRecorder : public InternalModule {
 public:
     RequestRecorder() : InternalModule("velmora.test.requestrecorder") {}
     std::string GetSharedStateName() override { return "velmora.test.requestrecorder"; }
-    void OnRegistered() override { RegisterListener<Listener>(EventType::IDENTITY, EventSource::REQUEST_IDENTITY); }
-    std::vector<std::shared_ptr<Event>> Requests() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return requests_;
+    void OnRegistered() override { RegisterWildCardListener(std::make_shared<Listener>()); }
+    /// The identity requests dispatched between the previous call and this one: a mark dispatched
+    /// behind them reaches this module after them.
+    std::vector<std::shared_ptr<Event>> Since(EventHub& hub) {
+        const size_t count = marks_->Count();
+        hub.Dispatch(EventBuilder("mark", EventType::Get(MARK), EventSource::REQUEST_CONTENT).Build());
+        EXPECT_TRUE(marks_->WaitForCount(count + 1));
+        const std::vector<size_t> marks = marks_->Values();
+        const std::vector<std::shared_ptr<Event>> all = requests_->Values();
+        return {all.begin() + (count == 0 ? 0 : marks[count - 1]), all.begin() + marks[count]};
     }
 
 private:
+    static constexpr const char* MARK = "velmora.test.mark";
     struct Listener : ModuleEventListener<RequestRecorder> {
         void Hear(const std::shared_ptr<Event>& event) override {
-            if (auto recorder = GetParentModule()) {
-                std::lock_guard<std::mutex> lock(recorder->mutex_);
-                recorder->requests_.push_back(event);
+            auto recorder = GetParentModule();
+            if (recorder && event->GetEventType() == EventType::IDENTITY &&
+                event->GetEventSource() == EventSource::REQUEST_IDENTITY) {
+                recorder->requests_->Add(event);
+            } else if (recorder && event->GetEventType()->GetName() == MARK) {
+                recorder->marks_->Add(recorder->requests_->Count());
             }
         }
     };
-    mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<Event>> requests_;
+    const std::shared_ptr<Answers<std::shared_ptr<Event>>> requests_ =
+        std::make_shared<Answers<std::shared_ptr<Event>>>();
+    const std::shared_ptr<Answers<size_t>> marks_ = std::make_shared<Answers<size_t>>();
 };
 
 /// A data folder, an identity server, and a core started through VLXMobileCore.
@@ -89,32 +100,26 @@ struct RunningCore {
         }];
         return mid->First();
     }
-
-    std::vector<std::shared_ptr<Event>> IdentityRequests() const { return recorder->Requests(); }
-
-    std::vector<std::shared_ptr<VisitorId>> CppIdentifiers() {
-        auto ids = std::make_shared<VelmoraTest::IdAnswers>();
-        GetCore()->GetIdentifiers(ids->IdsCallback());
-        return ids->First();
+    /// The identity requests dispatched since the previous call.
+    std::vector<std::shared_ptr<Event>> Requests() {
+        return recorder->Since(*VelmoraMobileCoreBridge::GetInstance().GetCore()->event_hub);
     }
 };
 
-TEST_F(VLXIdentityTest, ExtensionVersionBeforeAndAfterRegistration) {
+// The version before and after a (repeated) registration; a nil URL is answered at once with
+// nil and once more later; a real one comes back decorated with the MID.
+TEST_F(VLXIdentityTest, RegistrationKeepsTheVersionAndAppendToUrlAnswersNilTwice) {
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
     EXPECT_EQ(VLXIdentity_iOSVersionNumber, 1.0);
-    EXPECT_TRUE(std::string(reinterpret_cast<const char*>(VLXIdentity_iOSVersionString)).find("VLXIdentity") !=
-                std::string::npos);
+    EXPECT_NE(std::string(reinterpret_cast<const char*>(VLXIdentity_iOSVersionString)).find("VLXIdentity"),
+              std::string::npos);
     RunningCore core;
     LogCapture log;
     [VLXIdentity registerExtension];
     [VLXIdentity registerExtension];
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
     EXPECT_FALSE(log.ContainsFragment("Cannot register module"));
-    EXPECT_EQ(core.Mid().size(), 38u);
-}
 
-TEST_F(VLXIdentityTest, AppendToUrlWithNilCallsBackTwice) {
-    RunningCore core;
     auto urls = std::make_shared<Answers<std::string>>();
     __block int immediate_calls = 0;
     [VLXIdentity appendToUrl:nil
@@ -134,34 +139,25 @@ TEST_F(VLXIdentityTest, AppendToUrlWithNilCallsBackTwice) {
     EXPECT_NE(url.find("OCMID%3D" + core.Mid()), std::string::npos) << url;
 }
 
-TEST_F(VLXIdentityTest, CollectPiiLogsForeignEntriesAndSendsNothing) {
+// PII is logged when it has foreign entries and never sent; nil arguments still send their
+// request; an out-of-range state syncs as unknown; the ids come back as VLXMobileVisitorIds in the
+// module's order.
+TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOrder) {
     RunningCore core;
-    core.Mid();
-    size_t requests_before = core.IdentityRequests().size();
+    core.Requests();
     LogCapture log;
     [VLXIdentity collectPii:@{@"name" : @"alice", @"city" : @"Lyon"}];
     [VLXIdentity collectPii:@{@"name" : @"alice", @"age" : @42}];
     [VLXIdentity collectPii:nil];
-    std::vector<LogCapture::Line> lines;
+    std::vector<LogCapture::Line> pii;
     for (const auto& line : log.Lines()) {
-        if (line.tag == "Collect PII") lines.push_back(line);
+        if (line.tag == "Collect PII") pii.push_back(line);
     }
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].mode, LoggingMode::WARNING_LOG);
-    EXPECT_TRUE(lines[0].message == "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
-                                        ToCppString(
-                                            [@{@"age" : @42} description]));
-    // A later request, once answered, shows that nothing went on the bus before it.
-    core.Mid();
-    EXPECT_TRUE(core.IdentityRequests().size() == requests_before + 1);
-}
-
-// Nil arguments still send their request; an out-of-range state syncs as unknown; the ids come
-// back as VLXMobileVisitorIds in the module's order.
-TEST_F(VLXIdentityTest, SyncCallsReachTheModuleAndIdsComeBackInOrder) {
-    RunningCore core;
-    core.Mid();
-    size_t before = core.IdentityRequests().size();
+    ASSERT_EQ(pii.size(), 1u);
+    EXPECT_EQ(pii[0].mode, LoggingMode::WARNING_LOG);
+    EXPECT_EQ(pii[0].message, "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
+                                  ToCppString(
+                                      [@{@"age" : @42} description]));
     [VLXIdentity syncIdentifiers:nil];
     [VLXIdentity syncIdentifiers:nil authentication:VLXMobileVisitorAuthenticationStateLoggedOut];
     [VLXIdentity syncIdentifier:nil identifier:nil authentication:VLXMobileVisitorAuthenticationStateUnknown];
@@ -171,26 +167,28 @@ TEST_F(VLXIdentityTest, SyncCallsReachTheModuleAndIdsComeBackInOrder) {
                  authentication:static_cast<VLXMobileVisitorAuthenticationState>(7)];
     [VLXIdentity syncIdentifiers:@{@"loyalty" : @"L-9"}
                   authentication:VLXMobileVisitorAuthenticationStateAuthenticated];
-    std::vector<std::shared_ptr<VisitorId>> expected = core.CppIdentifiers();
-    std::vector<std::shared_ptr<Event>> requests = core.IdentityRequests();
-    ASSERT_EQ(requests.size(), before + 7);
+    auto cpp_ids = std::make_shared<VelmoraTest::IdAnswers>();
+    GetCore()->GetIdentifiers(cpp_ids->IdsCallback());
+    const std::vector<std::shared_ptr<VisitorId>> ids = cpp_ids->First();
+    std::vector<std::shared_ptr<Event>> requests = core.Requests();
+    ASSERT_EQ(requests.size(), 7u);
     const std::string& key = IdentityConstants::EventDataKeys::Identity::IDENTIFIERS;
     std::map<std::string, std::string> map{{"x", "x"}};
-    EXPECT_TRUE(requests[before]->GetData()->GetStringMap(key, map) && map.empty());
-    EXPECT_EQ(requests[before + 1]->GetData()->OptInteger("authenticationstate", -1), 2);
-    EXPECT_TRUE(requests[before + 2]->GetData()->GetStringMap(key, map) &&
+    EXPECT_TRUE(requests[0]->GetData()->GetStringMap(key, map) && map.empty());
+    EXPECT_EQ(requests[1]->GetData()->OptInteger("authenticationstate", -1), 2);
+    EXPECT_TRUE(requests[2]->GetData()->GetStringMap(key, map) &&
                 map == (std::map<std::string, std::string>{{"", ""}}));
     std::vector<std::string> wanted;
-    for (const auto& id : expected) {
+    for (const auto& id : ids) {
         wanted.push_back(id->id_origin + "|" + id->id_type + "|" + id->id + "|" +
                          std::to_string(static_cast<int>(id->authentication_state)));
     }
     EXPECT_TRUE(std::count(wanted.begin(), wanted.end(), "d_cid_ic|crm|alice|0") == 1);
     EXPECT_TRUE(std::count(wanted.begin(), wanted.end(), "d_cid_ic|loyalty|L-9|1") == 1);
     auto rows = std::make_shared<Answers<std::vector<std::string>>>();
-    [VLXIdentity getIdentifiers:^(NSArray* ids) {
+    [VLXIdentity getIdentifiers:^(NSArray* visitors) {
       std::vector<std::string> row;
-      for (VLXMobileVisitorId* visitor in ids) {
+      for (VLXMobileVisitorId* visitor in visitors) {
           row.push_back(ToCppString([visitor idOrigin]) + "|" + ToCppString([visitor idType]) + "|" +
                         ToCppString([visitor identifier]) + "|" + std::to_string([visitor authenticationState]));
       }
