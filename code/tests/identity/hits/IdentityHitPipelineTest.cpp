@@ -21,7 +21,6 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
@@ -34,7 +33,6 @@ using VelmoraTest::MakeConfig;
 using VelmoraTest::TempDir;
 using VelmoraTest::WaitFor;
 using VelmoraTestServer::Fault;
-using VelmoraTestServer::ServerOptions;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
@@ -242,39 +240,7 @@ TEST_F(IdentityHitPipelineTest, AThrowingParserReportsTwiceAndAMissingOneOnce) {
         CountIdentityLines(log, LoggingMode::DEBUG_LOG, "json utility service is null. cannot parse data. return"), 1u);
 }
 
-// ---- The whole road: module, hub, queue, HTTP(S) server, data store ----
-
-TEST(IdentityHitPipelineEndToEndTest, BootSyncsOverTlsAndTheAnswerReachesStateAndCaller) {
-    ServerOptions options;
-    options.tls = true;
-    TestIdentityServer server(options);
-    // The network service reads the CA file when the platform services make it.
-    VelmoraTest::ScopedEnvironment ca_file("VELMORA_CA_FILE", server.CaFile());
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    harness.ConfigureVariants({{"ondaraCloud.org", Variant::FromString(ORG)},
-                               {"ondaraCloud.server", Variant::FromString(server.Host())},
-                               {"global.ssl", Variant::FromBoolean(true)},
-                               {"global.privacy", Variant::FromString("optedin")}});
-    harness.Boot();
-    auto booted = harness.WaitForEvent([](const auto& e) {
-        return e->GetEventType() == EventType::HUB && e->GetEventSource() == EventSource::BOOTED;
-    });
-    ASSERT_NE(booted, nullptr);
-
-    // The boot's forced sync makes the MID the boot's state holds; a paired sync carries it too.
-    ASSERT_NE(harness.WaitForEvent([](const auto& e) { return IsUpdated(e, ""); }), nullptr);
-    ASSERT_NE(harness.IdentityState(booted), nullptr);
-    const std::string mid = harness.IdentityState(booted)->OptString("mid", "");
-    EXPECT_EQ(mid.size(), 38u);
-    auto request = harness.DispatchIdentityRequest(SyncData("user-1"));
-    auto paired = harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, request->GetResponsePairID()); });
-    ASSERT_NE(paired, nullptr);
-    EXPECT_EQ(paired->GetData()->OptString("blob", ""), "test-blob");
-    EXPECT_EQ(Params(server, "d_mid"), (Strings{mid, mid}));
-    EXPECT_EQ(Params(server, "d_orgid"), (Strings{ORG, ORG}));
-    EXPECT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(harness.DataDir() + "/" + DATABASE_FILE).empty(); }));
-}
+// ---- The whole road: module, hub, queue, HTTP server, data store ----
 
 TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWithTheSameMid) {
     TestIdentityServer server;
