@@ -10,6 +10,7 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -19,15 +20,12 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
+using VelmoraTest::Store;
 
 namespace {
 
-std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
-    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
-}
-
-const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
-const std::string MID = "01234567890123456789012345678901234567";
+const std::string& ORG = VelmoraTest::STATE_ORG;
+const std::string& MID = VelmoraTest::STATE_MID;
 const std::string AID_SYNCED = "VELMORAMOBILE_AID_SYNCED";
 
 // "type=id" for each customer id, in list order.

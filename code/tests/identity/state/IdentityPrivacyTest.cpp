@@ -8,6 +8,7 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -17,17 +18,14 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
+using VelmoraTest::Store;
 using VelmoraTest::WaitFor;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
 
-std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
-    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
-}
-
-const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
-const std::string MID = "01234567890123456789012345678901234567";
+const std::string& ORG = VelmoraTest::STATE_ORG;
+const std::string& MID = VelmoraTest::STATE_MID;
 
 int64_t QueuedHits(const std::string& data_dir) {
     return static_cast<int64_t>(VelmoraTest::ReadHitRows(data_dir + "/VLBMobileIdentity.sqlite").size());
@@ -53,20 +51,7 @@ protected:
     void SetUp() override {
         harness.RegisterIdentity();
         harness.ConfigureVariants(ServerConfig(server));
-        harness.RunInIdentityQueue([&] {
-            auto& id = *harness.identity;
-            id.mid = MID;
-            id.user_identifier = "user-1";
-            id.advertising_identifier = "ad-id";
-            id.blob = "blob";
-            id.location_hint = "9";
-            id.customer_ids = {
-                std::make_shared<VisitorId>("d_cid_ic", "crm", "abc", VisitorIdAuthenticationState::AUTHENTICATED)};
-            id.ttl = std::chrono::seconds(1800);
-            id.last_sync = std::chrono::seconds(1700000000);
-            id.SavePersistently();
-            id.UpdatePushIdentifier("push-token");
-        });
+        VelmoraTest::FillIdentity(harness);
         Store(harness)->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
     }
 
@@ -95,16 +80,7 @@ TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipes) {
     EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() + "/veloptout.jpg?d_mid=" + MID +
                                  "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
 
-    harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::OPT_OUT);
-        EXPECT_EQ(
-            id.mid + id.user_identifier + id.advertising_identifier + id.blob + id.location_hint + id.push_identifier,
-            "");
-        EXPECT_TRUE(id.customer_ids.empty());
-        EXPECT_EQ(id.ttl.count(), 600);
-        EXPECT_EQ(id.last_sync.count(), 0);
-    });
+    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
     auto store = Store(harness);
     for (const auto& key : {"VELMORAMOBILE_VISITORID_IDS", "VELMORAMOBILE_PERSISTED_MID", "VELMORAMOBILE_VISITOR_ID",
                             "VELMORAMOBILE_ADVERTISING_IDENTIFIER", "VELMORAMOBILE_PERSISTED_MID_HINT",
