@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
@@ -28,14 +29,7 @@ const std::string& ORG = VelmoraTest::STATE_ORG;
 const std::string& MID = VelmoraTest::STATE_MID;
 const std::string AID_SYNCED = "VELMORAMOBILE_AID_SYNCED";
 
-// "type=id" for each customer id, in list order.
-std::vector<std::string> Describe(const std::vector<std::shared_ptr<VisitorId>>& ids) {
-    std::vector<std::string> result;
-    for (const auto& id : ids) result.push_back(id->id_type + "=" + id->id);
-    return result;
-}
-
-// A started module configured for the local identity server over plain HTTP.
+// A started module configured for the local identity server over plain HTTP, with an audience server.
 class SideChannelTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -58,38 +52,13 @@ protected:
         }));
     }
 
-    // Dispatches `data` as `type`/`source` and waits until the module has handled it.
-    std::shared_ptr<Event> Respond(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
-                                   const std::shared_ptr<EventData>& data) {
-        auto event = EventBuilder("response", type, source).SetData(data).Build();
-        harness.hub->Dispatch(event);
-        VelmoraTest::Settle(harness);
-        return event;
-    }
-
-    std::shared_ptr<Event> AnalyticsResponse(const std::optional<std::string>& aid) {
-        auto data = std::make_shared<EventData>();
-        if (aid) data->PutString("aid", *aid);
-        return Respond(EventType::ANALYTICS, EventSource::RESPONSE_IDENTITY, data);
-    }
-
+    // Dispatches an audience response and waits until the module has handled it.
     void AudienceResponse(const std::optional<bool>& opted_out_hit_sent) {
         auto data = std::make_shared<EventData>();
         if (opted_out_hit_sent) data->PutBoolean("optedouthitsent", *opted_out_hit_sent);
-        Respond(EventType::ZUMA, EventSource::RESPONSE_CONTENT, data);
-    }
-
-    std::vector<std::string> CustomerIds() {
-        std::vector<std::string> ids;
-        harness.RunInIdentityQueue([&] { ids = Describe(harness.identity->customer_ids); });
-        return ids;
-    }
-
-    std::vector<std::string> PublishedIds(const std::shared_ptr<Event>& event) {
-        auto state = harness.IdentityState(event);
-        if (!state) return {};
-        auto ids = state->GetTypedVector<VisitorId>("visitoridslist");
-        return ids.HasValue() ? Describe(ids.Value()) : std::vector<std::string>{};
+        harness.hub->Dispatch(
+            EventBuilder("response", EventType::ZUMA, EventSource::RESPONSE_CONTENT).SetData(data).Build());
+        VelmoraTest::Settle(harness);
     }
 
     VelmoraTestServer::TestIdentityServer server;
@@ -97,33 +66,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(SideChannelTest, AnalyticsIdIsSyncedOnceAndAgainOnlyAfterAnOptOutRemovedTheMark) {
-    // A response without an id, or with an empty one, does nothing.
-    AnalyticsResponse(std::nullopt);
-    AnalyticsResponse("");
-    EXPECT_FALSE(Store(harness)->Contains(AID_SYNCED));
-
-    auto first = AnalyticsResponse("AID-1");
-    EXPECT_TRUE(Store(harness)->GetBoolean(AID_SYNCED, false));
-    EXPECT_EQ(CustomerIds(), (std::vector<std::string>{"AVID=AID-1"}));
-    // The sync took the response's number: its state is published exactly there.
-    EXPECT_EQ(PublishedIds(first), (std::vector<std::string>{"AVID=AID-1"}));
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
-    EXPECT_NE(server.Requests()[0].query.find("d_cid_ic=AVID%01AID-1%010"), std::string::npos);
-    // The mark says that a sync happened, not for which id: a new id is not synced.
-    AnalyticsResponse("AID-2");
-    EXPECT_EQ(CustomerIds(), (std::vector<std::string>{"AVID=AID-1"}));
-
-    Configure("optedout");
-    EXPECT_FALSE(Store(harness)->Contains(AID_SYNCED));
-    EXPECT_TRUE(CustomerIds().empty());
-    Configure("optedin");
-    auto again = AnalyticsResponse("AID-3");
-    EXPECT_EQ(PublishedIds(again), (std::vector<std::string>{"AVID=AID-3"}));
-    AnalyticsResponse("AID-4");
-    EXPECT_EQ(CustomerIds(), (std::vector<std::string>{"AVID=AID-3"}));
-}
 
 TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOut) {
     const std::string sending = "Sending opt-out request to " + server.BaseUrl() + "/veloptout.jpg?d_mid=" + MID +
@@ -157,7 +99,7 @@ TEST_F(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOpt
     EXPECT_EQ(server.Requests()[0].path, "/veloptout.jpg");
 }
 
-TEST(AnalyticsIdSyncTest, QueuesBehindWaitingEventsUnforcedAtTheResponsesNumber) {
+TEST(AnalyticsIdSyncTest, OnlyTheFirstIdEverIsQueuedBehindWaitingEventsUnforcedAtTheResponsesNumber) {
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
@@ -169,22 +111,43 @@ TEST(AnalyticsIdSyncTest, QueuesBehindWaitingEventsUnforcedAtTheResponsesNumber)
         module->sync_result = false;
         module->event_queue.push_back(waiting);
     });
-    auto data = std::make_shared<EventData>();
-    data->PutString("aid", "AID-1");
-    auto response =
-        EventBuilder("response", EventType::ANALYTICS, EventSource::RESPONSE_IDENTITY).SetData(data).Build();
-    harness.hub->Dispatch(response);
-    std::shared_ptr<Event> avid;
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] {
-        harness.RunInIdentityQueue([&] {
-            if (module->event_queue.size() == 2 && module->event_queue.front() == waiting)
-                avid = module->event_queue.back();
-        });
-        return avid != nullptr;
-    }));
+    auto respond = [&](const std::optional<std::string>& aid) {
+        auto data = std::make_shared<EventData>();
+        if (aid) data->PutString("aid", *aid);
+        auto response =
+            EventBuilder("response", EventType::ANALYTICS, EventSource::RESPONSE_IDENTITY).SetData(data).Build();
+        harness.hub->Dispatch(response);
+        VelmoraTest::Settle(harness);
+        return response;
+    };
+    auto queue = [&] {
+        std::deque<std::shared_ptr<Event>> events;
+        harness.RunInIdentityQueue([&] { events = module->event_queue; });
+        return events;
+    };
+    // No id, or an empty one, does nothing.
+    respond(std::nullopt);
+    respond("");
+    EXPECT_EQ(queue().size(), 1u);
+    EXPECT_FALSE(Store(harness)->Contains(AID_SYNCED));
+
+    auto response = respond("AID-1");
+    EXPECT_TRUE(Store(harness)->GetBoolean(AID_SYNCED, false));
+    auto events = queue();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events.front(), waiting);
+    const auto& avid = events.back();
     EXPECT_EQ(avid->GetName(), "AVID Sync");
     EXPECT_EQ(avid->GetEventNumber(), response->GetEventNumber());
+    std::map<std::string, std::string> ids;
+    ASSERT_TRUE(avid->GetData()->GetStringMap("visitoridentifiers", ids));
+    EXPECT_EQ(ids, (std::map<std::string, std::string>{{"AVID", "AID-1"}}));
+    EXPECT_EQ(avid->GetData()->OptInteger("authenticationstate", -1), 0);
     EXPECT_FALSE(avid->GetData()->OptBoolean("forcesync", true));
     EXPECT_TRUE(avid->GetData()->OptBoolean("issyncevent", false));
+
+    // The mark says that a sync happened, not for which id; only an opt-out removes it.
+    respond("AID-2");
+    EXPECT_EQ(queue().size(), 2u);
     harness.RunInIdentityQueue([&] { module->event_queue.clear(); });
 }
