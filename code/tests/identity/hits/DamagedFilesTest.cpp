@@ -28,27 +28,20 @@ const std::string HITS = "VLBMobileIdentity.sqlite";
 const std::string STORES = "VelmoraDataStores.sqlite";
 const std::string STORED_MID = "12345678901234567890123456789012345678";
 
-void Sql(const std::string& path, const Strings& statements) {
+/// Runs the statements on the file; returns how many rows they gave.
+size_t Sql(const std::string& path, const Strings& statements) {
     sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    size_t rows = 0;
+    EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    auto count = [](void* n, int, char**, char**) {
+        ++*static_cast<size_t*>(n);
+        return 0;
+    };
     for (const auto& sql : statements) {
-        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), count, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
     }
     sqlite3_close(db);
-}
-
-size_t CountRows(const std::string& path, const std::string& table) {
-    sqlite3* db = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    size_t count = 0;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-        sqlite3_prepare_v2(db, ("SELECT count(*) FROM " + table).c_str(), -1, &statement, nullptr) == SQLITE_OK &&
-        sqlite3_step(statement) == SQLITE_ROW) {
-        count = static_cast<size_t>(sqlite3_column_int64(statement, 0));
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
-    return count;
+    return rows;
 }
 
 std::string AsideOf(const std::string& folder, const std::string& file, const std::string& label) {
@@ -107,6 +100,6 @@ TEST(DamagedFilesTest, TheModuleStartsNamesEachProblemOnceSendsTheCarriedRowAndK
     EXPECT_EQ(requests[0].params.count("old") ? requests[1].params.at("d_mid") : requests[0].params.at("d_mid"),
               STORED_MID);
     // Nothing is deleted: what was stored is still in the files moved aside.
-    EXPECT_EQ(CountRows(hits_aside, "IDENTITY_REQUESTS"), 1u);
-    EXPECT_EQ(CountRows(stores_aside, "data_stores"), 1u);
+    EXPECT_EQ(Sql(hits_aside, {"SELECT * FROM IDENTITY_REQUESTS"}), 1u);
+    EXPECT_EQ(Sql(stores_aside, {"SELECT * FROM data_stores"}), 1u);
 }
