@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -87,34 +88,6 @@ TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneCom
     EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
-TEST(IdentityEventQueueTest, EventsAreRoutedByTheirFlagsInTheirOrder) {
-    IdentityHarness harness;
-    auto module = VelmoraTest::RegisterSyncRecorder(harness);
-    harness.Configure({{"ondaraCloud.org", ORG}});
-
-    // GENERIC_IDENTITY is a sync without any flag.
-    auto generic = EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT)
-                       .SetData(MakeData({{"any", "thing"}}))
-                       .Build();
-    harness.hub->Dispatch(generic);
-    // The sync flag beats "vid"; a false flag makes a request for identifiers.
-    auto flagged_data = SyncData();
-    flagged_data->PutString("vid", "user");
-    auto flagged = harness.DispatchIdentityRequest(flagged_data);
-    auto unflagged_data = MakeData();
-    unflagged_data->PutBoolean("issyncevent", false);
-    auto unflagged = harness.DispatchIdentityRequest(unflagged_data);
-
-    ASSERT_NE(harness.WaitForResponse(unflagged->GetResponsePairID()), nullptr);
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 2u);
-        EXPECT_EQ(module->syncs[0].event, generic);
-        EXPECT_EQ(module->syncs[0].org_id, ORG);
-        EXPECT_EQ(module->syncs[1].event, flagged);
-        EXPECT_EQ(module->user_identifier, "");
-    });
-}
-
 TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
@@ -160,40 +133,54 @@ TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsThe
     EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
 }
 
-TEST(IdentityEventQueueTest, ProcessEventRoutesTheUserIdentifierBeforeTheUrlAndHonoursTheOptOut) {
+TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
     LogCapture log;
     IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    harness.Configure({{"ondaraCloud.org", ORG}});
     const std::string refused = "cannot set user identifier with privacy opt out. sharing";
-    auto with_vid = [](const std::shared_ptr<Variant>& vid) {
-        auto data = MakeData({{"baseurl", "https://site.example"}});
-        data->PutVariant("vid", vid);
-        return data;
+    auto request = [](const std::shared_ptr<Variant>& vid, const std::optional<bool>& sync, bool url = true) {
+        auto data = url ? MakeData({{"baseurl", "https://site.example"}}) : MakeData();
+        if (vid) data->PutVariant("vid", vid);
+        if (sync) data->PutBoolean("issyncevent", *sync);
+        return IdentityRequest(data);
     };
+    const auto NEW = Variant::FromString("new");
     struct Case {
-        std::shared_ptr<EventData> data;
+        std::shared_ptr<Event> event;
         std::string privacy;
         std::string user_after;  // starting from "old"
-        bool published;
+        bool refused, synced, answered, over_the_bus;
     };
+    // The URL part of a request is never answered here: "vid" decided it.
     const std::vector<Case> cases = {
-        {with_vid(Variant::FromString("new")), "optedin", "new", true},
-        {with_vid(Variant::FromInteger(5)), "optedin", "", true},  // no string: cleared
-        {with_vid(Variant::FromString("new")), "optedout", "old", false},
+        {request(NEW, {}), "optedin", "new", false, false, false, false},
+        {request(Variant::FromInteger(5), {}), "optedin", "", false, false, false, false},  // no string: cleared
+        {request(NEW, {}), "optedout", "old", true, false, false, false},
+        {request(NEW, true), "optedin", "old", false, true, false, false},  // the flag beats "vid"
+        {request(nullptr, false, false), "optedin", "old", false, false, true, false},
+        // GENERIC_IDENTITY is a sync without any flag.
+        {EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT).SetData(MakeData()).Build(),
+         "", "old", false, true, false, true},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.event->GetName() + " " + c.privacy);
         log.Clear();
-        auto event = IdentityRequest(c.data);
         auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", c.privacy}}));
+        size_t syncs = 0;
         harness.RunInIdentityQueue([&] {
-            identity->user_identifier = "old";
-            EXPECT_TRUE(identity->ProcessEvent(event, config));
-            EXPECT_EQ(identity->user_identifier, c.user_after) << c.privacy;
+            module->user_identifier = "old";
+            syncs = module->syncs.size();
+            EXPECT_TRUE(c.over_the_bus || module->ProcessEvent(c.event, config));
         });
+        if (c.over_the_bus) harness.hub->Dispatch(c.event);
         Settle(harness);
-        EXPECT_EQ(log.Count(refused), c.published ? 0u : 1u);
-        // The URL part of the request is never answered: "vid" decided it.
-        EXPECT_TRUE(ResponsesTo(harness, event->GetResponsePairID()).empty());
+        harness.RunInIdentityQueue([&] {
+            EXPECT_EQ(module->user_identifier, c.user_after);
+            EXPECT_EQ(module->syncs.size() - syncs, c.synced ? 1u : 0u);
+        });
+        EXPECT_EQ(log.Count(refused), c.refused ? 1u : 0u);
+        EXPECT_EQ(ResponsesTo(harness, c.event->GetResponsePairID()).size(), c.answered ? 1u : 0u);
     }
 }
 
