@@ -84,6 +84,8 @@ TEST(IdentityHitProcessorTest, AnswerFieldsAndTheDefaultsOfMissingOnes) {
     const std::vector<Case> cases = {
         {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m", "b", "9", 1800, "", {}},
         {R"({"d_mid":"m"})", "m", "", "", 600, "", {}},
+        // Odd values pass through as they came; the module decides what to keep.
+        {R"({"d_mid":5,"d_blob":"b","id_sync_ttl":-30})", "", "b", "", -30, "", {}},
         {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global"]})", "", "", "", 600, "bad", {"global"}},
     };
     for (const auto& c : cases) {

@@ -81,19 +81,38 @@ TEST(IdentityHitTableTest, ColumnsKeepTheirTypesAndAnyNonZeroSslReadsAsTrue) {
     }
 }
 
-TEST(IdentityHitTableTest, OptOutSuspendsTheQueueBeforeItDeletesTheRows) {
+TEST(IdentityHitTableTest, UnknownSuspendsARestartForgetsTheEventsAndOptOutSuspendsBeforeItDeletes) {
     Folder f;
-    auto queue =
-        std::make_shared<SuspendProbeQueue>(f.services, std::make_shared<IdentityDatabaseHitSchema>(), f.processor);
-    queue->file = f.file;
-    auto database = IdentityHitDatabase::CreateIdentityDatabase(f.module, f.services, queue);
-    ASSERT_NE(database, nullptr);
-    auto event = EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).Build();
+    VelmoraTest::LogCapture log;
+    auto count = [&](const std::string& line) {
+        return VelmoraTest::CountIdentityLines(log, LoggingMode::DEBUG_LOG, line);
+    };
+    std::shared_ptr<SuspendProbeQueue> queue;
+    std::shared_ptr<IdentityHitDatabase> database;
+    auto open = [&] {
+        queue =
+            std::make_shared<SuspendProbeQueue>(f.services, std::make_shared<IdentityDatabaseHitSchema>(), f.processor);
+        queue->file = f.file;
+        database = IdentityHitDatabase::CreateIdentityDatabase(f.module, f.services, queue);
+        ASSERT_NE(database, nullptr);
+    };
+    open();
+    auto event = EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetEventNumber(4).Build();
     database->Queue("https://identity.example/id",
                     VelmoraTest::MakeConfig("ORG", "identity.example", true, "optunknown"), event);
-    ASSERT_EQ(VelmoraTest::ReadHitRows(f.file).size(), 1u);
+    database->UpdatePrivacyStatus(MobilePrivacyStatus::UNKNOWN);
+    EXPECT_EQ(count("Privacy opt-unknown: Suspend Identity database"), 1u);
+
+    // A new run on the same file: the event the row belonged to is gone.
+    EXPECT_TRUE(database->Dispose(std::chrono::seconds(5)));
+    open();
+    auto rows = VelmoraTest::ReadHitRows(f.file);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ((Strings{rows[0][1], rows[0][2]}), (Strings{"", "-1"}));
+
     database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_OUT);
     EXPECT_EQ(queue->rows_at_suspend, 1u);
     EXPECT_TRUE(VelmoraTest::ReadHitRows(f.file).empty());
+    EXPECT_EQ(count("Privacy opted-out: Clearing Identity queued hits from database"), 1u);
     EXPECT_TRUE(database->Dispose(std::chrono::seconds(5)));
 }

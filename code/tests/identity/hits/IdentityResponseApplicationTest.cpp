@@ -98,6 +98,18 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
         EXPECT_EQ((Strings{identity->blob, identity->location_hint}), (Strings{"optout-blob", "7"}));
         EXPECT_EQ(identity->ttl.count(), 1800);
     });
+    EXPECT_EQ(
+        CountIdentityLines(log, LoggingMode::DEBUG_LOG, "ID Service - Got Global Opt Out Response, forcing opt out."),
+        1u);
+    auto update = harness.WaitForEvent([](const auto& e) { return e->GetEventType() == EventType::CONFIGURATION; });
+    ASSERT_NE(update, nullptr);
+    EXPECT_EQ(update->GetName(), "Configuration Update From Identity Module");
+    Variant::VariantMap values;
+    std::string privacy;
+    ASSERT_TRUE(update->GetData()->GetVariantMap("config.update", values));
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_TRUE(values.at("global.privacy")->GetString(privacy));
+    EXPECT_EQ(privacy, "optedout");
 }
 
 TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,25 +38,12 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestForIdentifiersIsAnsweredWithTheRecordAndPublishesNothing) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] { identity->push_identifier = "PUSH"; });
-    auto request = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
-    auto response = harness.WaitForResponse(request->GetResponsePairID());
-    ASSERT_NE(response, nullptr);
-    EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    // An empty id list is left out rather than sent empty.
-    EXPECT_EQ(VelmoraTest::KeysOf(response->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
-    EXPECT_EQ(harness.IdentityState(), nullptr);
-}
-
-TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnData) {
+TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnRecord) {
     LogCapture log;
     IdentityHarness harness;
-    harness.RegisterIdentity();
-    auto first = harness.DispatchIdentityRequest(MakeData());
+    auto identity = harness.RegisterIdentity();
+    harness.RunInIdentityQueue([&] { identity->push_identifier = "PUSH"; });
+    auto first = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto second = harness.DispatchIdentityRequest(MakeData());
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
     Settle(harness);
@@ -66,19 +54,21 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnsw
     auto second_response = harness.WaitForResponse(second->GetResponsePairID());
     ASSERT_NE(first_response, nullptr);
     ASSERT_NE(second_response, nullptr);
-    // A blank device's record holds "lastsync" alone, at 0.
-    EXPECT_EQ(VelmoraTest::KeysOf(first_response->GetData()), std::vector<std::string>{"lastsync"});
+    EXPECT_EQ(first_response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
+    // An empty id list is left out rather than sent empty; a blank device never synced.
+    EXPECT_EQ(VelmoraTest::KeysOf(first_response->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
     EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);
     EXPECT_NE(first_response->GetData(), second_response->GetData());
     first_response->GetData()->PutString("mid", "written by one receiver");
     EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
+    EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
 }
 
 TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
     LogCapture log;
     VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
+    harness.RegisterIdentity();
     VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"global.privacy", "optedin"}});
 
     auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
@@ -88,10 +78,6 @@ TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneCom
         "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
         "is obtained."));
     EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(identity->event_queue.size(), 2u);
-        EXPECT_EQ(identity->event_queue.front(), sync);
-    });
 
     VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
     auto response = harness.WaitForResponse(request->GetResponsePairID());
@@ -99,36 +85,7 @@ TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneCom
     // The sync ran first: it made the MID the answer carries, and published at its own number.
     auto state = harness.IdentityState(sync);
     ASSERT_NE(state, nullptr);
-    EXPECT_FALSE(state->OptString("mid", "").empty());
     EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
-}
-
-TEST(IdentityEventQueueTest, EventsAreRoutedByTheirFlagsInTheirOrder) {
-    IdentityHarness harness;
-    auto module = VelmoraTest::RegisterSyncRecorder(harness);
-    harness.Configure({{"ondaraCloud.org", ORG}});
-
-    // GENERIC_IDENTITY is a sync without any flag.
-    auto generic = EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT)
-                       .SetData(MakeData({{"any", "thing"}}))
-                       .Build();
-    harness.hub->Dispatch(generic);
-    // The sync flag beats "vid"; a false flag makes a request for identifiers.
-    auto flagged_data = SyncData();
-    flagged_data->PutString("vid", "user");
-    auto flagged = harness.DispatchIdentityRequest(flagged_data);
-    auto unflagged_data = MakeData();
-    unflagged_data->PutBoolean("issyncevent", false);
-    auto unflagged = harness.DispatchIdentityRequest(unflagged_data);
-
-    ASSERT_NE(harness.WaitForResponse(unflagged->GetResponsePairID()), nullptr);
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 2u);
-        EXPECT_EQ(module->syncs[0].event, generic);
-        EXPECT_EQ(module->syncs[0].org_id, ORG);
-        EXPECT_EQ(module->syncs[1].event, flagged);
-        EXPECT_EQ(module->user_identifier, "");
-    });
 }
 
 TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
@@ -142,7 +99,6 @@ TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequest
     Settle(harness);
     auto state = harness.IdentityState(request);
     EXPECT_FALSE(state->ContainsKey("vid"));
-    EXPECT_TRUE(state->ContainsKey("lastsync"));
     auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
                            .SetEventNumber(request->GetEventNumber() - 1)
                            .Build();
@@ -177,40 +133,54 @@ TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsThe
     EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
 }
 
-TEST(IdentityEventQueueTest, ProcessEventRoutesTheUserIdentifierBeforeTheUrlAndHonoursTheOptOut) {
+TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
     LogCapture log;
     IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
+    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    harness.Configure({{"ondaraCloud.org", ORG}});
     const std::string refused = "cannot set user identifier with privacy opt out. sharing";
-    auto with_vid = [](const std::shared_ptr<Variant>& vid) {
-        auto data = MakeData({{"baseurl", "https://site.example"}});
-        data->PutVariant("vid", vid);
-        return data;
+    auto request = [](const std::shared_ptr<Variant>& vid, const std::optional<bool>& sync, bool url = true) {
+        auto data = url ? MakeData({{"baseurl", "https://site.example"}}) : MakeData();
+        if (vid) data->PutVariant("vid", vid);
+        if (sync) data->PutBoolean("issyncevent", *sync);
+        return IdentityRequest(data);
     };
+    const auto NEW = Variant::FromString("new");
     struct Case {
-        std::shared_ptr<EventData> data;
+        std::shared_ptr<Event> event;
         std::string privacy;
         std::string user_after;  // starting from "old"
-        bool published;
+        bool refused, synced, answered, over_the_bus;
     };
+    // The URL part of a request is never answered here: "vid" decided it.
     const std::vector<Case> cases = {
-        {with_vid(Variant::FromString("new")), "optedin", "new", true},
-        {with_vid(Variant::FromInteger(5)), "optedin", "", true},  // no string: cleared
-        {with_vid(Variant::FromString("new")), "optedout", "old", false},
+        {request(NEW, {}), "optedin", "new", false, false, false, false},
+        {request(Variant::FromInteger(5), {}), "optedin", "", false, false, false, false},  // no string: cleared
+        {request(NEW, {}), "optedout", "old", true, false, false, false},
+        {request(NEW, true), "optedin", "old", false, true, false, false},  // the flag beats "vid"
+        {request(nullptr, false, false), "optedin", "old", false, false, true, false},
+        // GENERIC_IDENTITY is a sync without any flag.
+        {EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT).SetData(MakeData()).Build(),
+         "", "old", false, true, false, true},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.event->GetName() + " " + c.privacy);
         log.Clear();
-        auto event = IdentityRequest(c.data);
         auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", c.privacy}}));
+        size_t syncs = 0;
         harness.RunInIdentityQueue([&] {
-            identity->user_identifier = "old";
-            EXPECT_TRUE(identity->ProcessEvent(event, config));
-            EXPECT_EQ(identity->user_identifier, c.user_after) << c.privacy;
+            module->user_identifier = "old";
+            syncs = module->syncs.size();
+            EXPECT_TRUE(c.over_the_bus || module->ProcessEvent(c.event, config));
         });
+        if (c.over_the_bus) harness.hub->Dispatch(c.event);
         Settle(harness);
-        EXPECT_EQ(log.Count(refused), c.published ? 0u : 1u);
-        // The URL part of the request is never answered: "vid" decided it.
-        EXPECT_TRUE(ResponsesTo(harness, event->GetResponsePairID()).empty());
+        harness.RunInIdentityQueue([&] {
+            EXPECT_EQ(module->user_identifier, c.user_after);
+            EXPECT_EQ(module->syncs.size() - syncs, c.synced ? 1u : 0u);
+        });
+        EXPECT_EQ(log.Count(refused), c.refused ? 1u : 0u);
+        EXPECT_EQ(ResponsesTo(harness, c.event->GetResponsePairID()).size(), c.answered ? 1u : 0u);
     }
 }
 

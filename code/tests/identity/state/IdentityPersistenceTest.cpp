@@ -7,50 +7,42 @@
 #include <string>
 #include <vector>
 
-#include "identity/ids/VisitorId.h"
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventSource.h"
 #include "runtime/bus/EventType.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
+using VelmoraTest::Fields;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
+using VelmoraTest::Store;
+using Strings = std::vector<std::string>;
 
 namespace {
 
-std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
-    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
-}
 // The messages that were logged, in order, restricted to those in `wanted`.
-std::vector<std::string> LinesAmong(const LogCapture& capture, const std::vector<std::string>& wanted) {
-    std::vector<std::string> found;
+Strings LinesAmong(const LogCapture& capture, const Strings& wanted) {
+    Strings found;
     for (const auto& line : capture.Lines()) {
         if (std::find(wanted.begin(), wanted.end(), line.message) != wanted.end()) found.push_back(line.message);
     }
     return found;
 }
 
-const std::string MID = "01234567890123456789012345678901234567";
 const std::string KEY_PUSH_DIGEST = "VELMORAMOBILE_PUSH_IDENTIFIER";
+const std::string KEY_FLAG = "VELMORAMOBILE_PUSH_ENABLED";
 // The keys of the text fields, which are removed rather than stored empty.
-const std::vector<std::string> TEXT_KEYS = {
+const Strings TEXT_KEYS = {
     "VELMORAMOBILE_VISITORID_IDS",      "VELMORAMOBILE_PERSISTED_MID",          "VELMORAMOBILE_VISITOR_ID",
     "VELMORAMOBILE_PERSISTED_MID_HINT", "VELMORAMOBILE_ADVERTISING_IDENTIFIER", "VELMORAMOBILE_PERSISTED_MID_BLOB"};
 
-// mid|user id|advertising id|hint|blob|push identifier|customer ids as stored|ttl|last sync
-std::string Fields(IdentityHarness& harness) {
-    std::string out;
-    harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        out = id.mid + "|" + id.user_identifier + "|" + id.advertising_identifier + "|" + id.location_hint + "|" +
-              id.blob + "|" + id.push_identifier + "|" + id.ConvertVisitorIdObjectsVisitorIDsString(id.customer_ids) +
-              "|" + std::to_string(id.ttl.count()) + "|" + std::to_string(id.last_sync.count());
-    });
-    return out;
+std::string Digest(IdentityHarness& harness, const std::string& token) {
+    return harness.services->GetCryptoService()->GetDigest(token);
 }
 
 }  // namespace
@@ -60,33 +52,18 @@ TEST(IdentityPersistenceTest, StateSurvivesANewHubAndEmptyFieldsRemoveTheirKeys)
     {
         IdentityHarness first(dir.Path());
         first.RegisterIdentity();
-        first.RunInIdentityQueue([&] {
-            auto& id = *first.identity;
-            id.mid = MID;
-            id.location_hint = "9";
-            id.blob = "blob-value";
-            id.advertising_identifier = "ad-id";
-            id.user_identifier = "user-1";
-            id.customer_ids = {
-                std::make_shared<VisitorId>("d_cid_ic", "crm", "abc", VisitorIdAuthenticationState::AUTHENTICATED),
-                std::make_shared<VisitorId>("d_cid_ic", "loyalty", "77", VisitorIdAuthenticationState::LOGGED_OUT)};
-            id.ttl = std::chrono::seconds(1800);
-            id.last_sync = std::chrono::seconds(1700000000);
-            id.SavePersistently();
-            id.UpdatePushIdentifier("push-token-1");
-        });
+        VelmoraTest::FillIdentity(first);
     }
     {
         // The push token is not restored; its digest and flag are.
         IdentityHarness second(dir.Path());
         second.RegisterIdentity();
-        EXPECT_EQ(Fields(second), MID +
+        EXPECT_EQ(Fields(second), VelmoraTest::STATE_MID +
                                       "|user-1|ad-id|9|blob-value||&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012"
                                       "|1800|1700000000");
         auto store = Store(second);
-        EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""),
-                  second.services->GetCryptoService()->GetDigest("push-token-1"));
-        EXPECT_TRUE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", false));
+        EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), Digest(second, "push-token"));
+        EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
 
         second.RunInIdentityQueue([&] {
             auto& id = *second.identity;
@@ -96,7 +73,6 @@ TEST(IdentityPersistenceTest, StateSurvivesANewHubAndEmptyFieldsRemoveTheirKeys)
             id.SavePersistently();
         });
         for (const auto& key : TEXT_KEYS) EXPECT_FALSE(store->Contains(key)) << key;
-        EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", -1), 0);
     }
     // A ttl of zero from the server stays zero; only an absent key gives 600.
     IdentityHarness third(dir.Path());
@@ -117,7 +93,6 @@ TEST(IdentityPersistenceTest, ValuesOfTheWrongTypeLoadAsDefaults) {
     store->SetLong(KEY_PUSH_DIGEST, 5);
     harness.RunInIdentityQueue([&] { harness.identity->UpdatePushIdentifier("token"); });
     EXPECT_EQ(Fields(harness), "|||||token||600|0");
-    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), harness.services->GetCryptoService()->GetDigest("token"));
 }
 
 TEST(IdentityPersistenceTest, WithoutStorageTheModuleRunsOnDefaultsAndLogsEachAttempt) {
@@ -134,26 +109,22 @@ TEST(IdentityPersistenceTest, WithoutStorageTheModuleRunsOnDefaultsAndLogsEachAt
         harness.identity->SavePersistently();
     });
     EXPECT_EQ(LinesAmong(capture, {NO_STORAGE, LOAD_FAILED, SAVE_FAILED}),
-              (std::vector<std::string>{NO_STORAGE, LOAD_FAILED, NO_STORAGE, SAVE_FAILED}));
+              (Strings{NO_STORAGE, LOAD_FAILED, NO_STORAGE, SAVE_FAILED}));
     EXPECT_EQ(Fields(harness), "kept-in-memory|||||||600|0");
 
     // A module no hub registered has no platform services at all.
     capture.Clear();
     std::make_shared<Identity>()->LoadVariablesFromPersistentData();
-    EXPECT_EQ(LinesAmong(capture, {NO_PLATFORM, LOAD_FAILED}), (std::vector<std::string>{NO_PLATFORM, LOAD_FAILED}));
+    EXPECT_EQ(LinesAmong(capture, {NO_PLATFORM, LOAD_FAILED}), (Strings{NO_PLATFORM, LOAD_FAILED}));
 }
 
 namespace {
 
-const std::string KEY_FLAG = "VELMORAMOBILE_PUSH_ENABLED";
 const std::string MATCH_LINE = "Provided push token matches existing push token.  Ignoring.";
 
 class PushTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        harness.RegisterIdentity();
-        store = Store(harness);
-    }
+    void SetUp() override { harness.RegisterIdentity(); }
 
     // Updates the token and returns the push identifier the module then holds.
     std::string Update(const std::string& token) {
@@ -165,21 +136,25 @@ protected:
         return value;
     }
 
-    // The "a.push.optin" words of every push hit so far.
-    std::vector<std::string> Hits() {
+    // "action a.push.optin=word" for every push hit so far; the context holds nothing else.
+    Strings Hits() {
         VelmoraTest::Settle(harness);
-        std::vector<std::string> words;
+        Strings hits;
         for (const auto& event : harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT)) {
+            std::string hit = event->GetData()->OptString("action", "");
             std::map<std::string, std::string> context;
             event->GetData()->GetStringMap("contextdata", context);
-            words.push_back(context["a.push.optin"]);
+            for (const auto& [key, value] : context) hit += " " + key + "=" + value;
+            hits.push_back(hit);
         }
-        return words;
+        return hits;
     }
 
     IdentityHarness harness;
-    std::shared_ptr<DataStoreInterface> store;
+    std::shared_ptr<DataStoreInterface> store = Store(harness);
 };
+
+const std::string OPT_IN_HIT = "Push a.push.optin=True";
 
 }  // namespace
 
@@ -189,17 +164,9 @@ TEST_F(PushTest, TokenChangesStoreTheDigestAndReportFlagChanges) {
     EXPECT_TRUE(Hits().empty());
 
     EXPECT_EQ(Update("token-A"), "token-A");
-    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), harness.services->GetCryptoService()->GetDigest("token-A"));
+    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), Digest(harness, "token-A"));
     EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
-    VelmoraTest::Settle(harness);
-    auto events = harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT);
-    ASSERT_EQ(events.size(), 1u);
-    auto data = events[0]->GetData();
-    EXPECT_EQ(data->OptString("action", ""), "Push");
-    EXPECT_TRUE(data->OptBoolean("trackinternal", false));
-    std::map<std::string, std::string> context;
-    ASSERT_TRUE(data->GetStringMap("contextdata", context));
-    EXPECT_EQ(context, (std::map<std::string, std::string>{{"a.push.optin", "True"}}));
+    EXPECT_EQ(Hits(), Strings{OPT_IN_HIT});
 
     // The same token matches the stored digest and is ignored.
     harness.RunInIdentityQueue([&] { harness.identity->push_identifier = "changed-in-memory"; });
@@ -209,17 +176,16 @@ TEST_F(PushTest, TokenChangesStoreTheDigestAndReportFlagChanges) {
 
     // A new token while the flag stands sends no hit; with the flag off it turns it on again.
     EXPECT_EQ(Update("token-B"), "token-B");
-    EXPECT_EQ(Hits(), std::vector<std::string>{"True"});
+    EXPECT_EQ(Hits(), Strings{OPT_IN_HIT});
     store->SetBoolean(KEY_FLAG, false);
     Update("token-C");
     EXPECT_TRUE(store->GetBoolean(KEY_FLAG, false));
-    EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "True"}));
 
     // An empty token clears the identifier and reports "False"; the digest of "" replaces the old one.
     EXPECT_EQ(Update(""), "");
-    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), harness.services->GetCryptoService()->GetDigest(""));
+    EXPECT_EQ(store->GetString(KEY_PUSH_DIGEST, ""), Digest(harness, ""));
     EXPECT_FALSE(store->GetBoolean(KEY_FLAG, true));
-    EXPECT_EQ(Hits(), (std::vector<std::string>{"True", "True", "False"}));
+    EXPECT_EQ(Hits(), (Strings{OPT_IN_HIT, OPT_IN_HIT, "Push a.push.optin=False"}));
     capture.Clear();
     Update("");
     EXPECT_TRUE(capture.Contains(MATCH_LINE));

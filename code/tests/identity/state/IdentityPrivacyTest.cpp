@@ -8,7 +8,9 @@
 #include "identity/module/Identity.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/values/Variant.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
@@ -17,17 +19,14 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
+using VelmoraTest::Store;
 using VelmoraTest::WaitFor;
 using VelmoraTestServer::TestIdentityServer;
 
 namespace {
 
-std::shared_ptr<DataStoreInterface> Store(IdentityHarness& harness) {
-    return harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
-}
-
-const std::string ORG = "1234ABCD5678EFGH@VelmoraOrg";
-const std::string MID = "01234567890123456789012345678901234567";
+const std::string& ORG = VelmoraTest::STATE_ORG;
+const std::string& MID = VelmoraTest::STATE_MID;
 
 int64_t QueuedHits(const std::string& data_dir) {
     return static_cast<int64_t>(VelmoraTest::ReadHitRows(data_dir + "/VLBMobileIdentity.sqlite").size());
@@ -39,35 +38,19 @@ std::shared_ptr<EventData> PrivacyData(const std::string& status) {
     return data;
 }
 
-Variant::VariantMap ServerConfig(const TestIdentityServer& server, const std::string& privacy = "optedin") {
-    return {{"ondaraCloud.org", Variant::FromString(ORG)},
-            {"ondaraCloud.server", Variant::FromString(server.Host())},
-            {"global.ssl", Variant::FromBoolean(false)},
-            {"global.privacy", Variant::FromString(privacy)}};
-}
-
-// A started module configured against the local identity server over plain HTTP, holding a
-// full identity, an analytics-sync mark and a push token on record.
+// A booted module configured against the local identity server over plain HTTP, holding a full
+// identity, an analytics-sync mark and a push token on record. The unknown status holds the
+// boot's sync in the hit table, unsent.
 class OptOutFixture : public ::testing::Test {
 protected:
     void SetUp() override {
         harness.RegisterIdentity();
-        harness.ConfigureVariants(ServerConfig(server));
-        harness.RunInIdentityQueue([&] {
-            auto& id = *harness.identity;
-            id.mid = MID;
-            id.user_identifier = "user-1";
-            id.advertising_identifier = "ad-id";
-            id.blob = "blob";
-            id.location_hint = "9";
-            id.customer_ids = {
-                std::make_shared<VisitorId>("d_cid_ic", "crm", "abc", VisitorIdAuthenticationState::AUTHENTICATED)};
-            id.ttl = std::chrono::seconds(1800);
-            id.last_sync = std::chrono::seconds(1700000000);
-            id.SavePersistently();
-            id.UpdatePushIdentifier("push-token");
-        });
+        VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                         {{"ondaraCloud.org", ORG}, {"global.privacy", "optunknown"}});
+        VelmoraTest::FillIdentity(harness);
         Store(harness)->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
+        harness.Boot();
+        ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 1; }));
     }
 
     // Opts out through the configuration and waits until the module has saved the wipe.
@@ -84,36 +67,22 @@ protected:
 
 }  // namespace
 
-TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipes) {
+TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueuedHits) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
     OptOut();
 
     ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
+    EXPECT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 0; }));
     auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 1u);
-    EXPECT_EQ(requests[0].query, "d_mid=" + MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg");
+    EXPECT_EQ(requests[0].path, "/veloptout.jpg");
     EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() + "/veloptout.jpg?d_mid=" + MID +
                                  "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
 
-    harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::OPT_OUT);
-        EXPECT_EQ(
-            id.mid + id.user_identifier + id.advertising_identifier + id.blob + id.location_hint + id.push_identifier,
-            "");
-        EXPECT_TRUE(id.customer_ids.empty());
-        EXPECT_EQ(id.ttl.count(), 600);
-        EXPECT_EQ(id.last_sync.count(), 0);
-    });
+    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
     auto store = Store(harness);
-    for (const auto& key : {"VELMORAMOBILE_VISITORID_IDS", "VELMORAMOBILE_PERSISTED_MID", "VELMORAMOBILE_VISITOR_ID",
-                            "VELMORAMOBILE_ADVERTISING_IDENTIFIER", "VELMORAMOBILE_PERSISTED_MID_HINT",
-                            "VELMORAMOBILE_PERSISTED_MID_BLOB", "VELMORAMOBILE_AID_SYNCED"}) {
-        EXPECT_FALSE(store->Contains(key)) << key;
-    }
-    // The numbers stay, reset; the push flag goes off with the token.
-    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", -1), 600);
-    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_SYNC", -1), 0);
+    // Saved wiped (the fixture waits for that); the analytics mark and the push flag go too.
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
     EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
 
     // The wiped record is published.
@@ -155,24 +124,4 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
         id.ProcessPrivacyChange(3, PrivacyData("optedout"));
         EXPECT_EQ(id.mid, MID);
     });
-}
-
-TEST(IdentityPrivacyTest, OptOutDeletesTheQueuedHits) {
-    TestIdentityServer server;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    // Unknown holds the queue: the forced sync of the boot leaves its row unsent.
-    harness.ConfigureVariants(ServerConfig(server, "optunknown"));
-    harness.Boot();
-    ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 1; }));
-
-    harness.Configure({{"global.privacy", "optedout"}});
-    ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 0; }));
-    // Only the opt-out request ever reached the server, carrying the MID the sync had made.
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
-    harness.Drain();
-    auto requests = server.Requests();
-    ASSERT_EQ(requests.size(), 1u);
-    EXPECT_EQ(requests[0].path, "/veloptout.jpg");
-    EXPECT_EQ(requests[0].params["d_mid"].size(), 38u);
 }
