@@ -29,33 +29,6 @@ protected:
 
 }  // namespace
 
-TEST_F(HitQueueTest, RowsQueuedWhileSuspendedGoOutOldestFirstAfterRestartAndBringOnline) {
-    {
-        QueueParts first(dir_);
-        auto queue = first.Build();
-        EXPECT_TRUE(queue->Queue(MakeHit("a", 7)));
-        queue->Suspend();
-        EXPECT_TRUE(queue->Queue(MakeHit("b")));
-        // Never online: Dispose is true at once and final.
-        EXPECT_TRUE(queue->Dispose(milliseconds(0)));
-        queue->BringOnline();
-        EXPECT_TRUE(queue->Dispose(milliseconds(0)));
-        EXPECT_EQ(queue->GetSize(), 2);
-        EXPECT_TRUE(first.processor->Payloads().empty());
-    }
-    QueueParts second(dir_);
-    auto queue = second.Build();
-    queue->Suspend();
-    queue->Queue(MakeHit("c"));
-    EXPECT_EQ(second.processor->Finished(), 0u);
-    queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0; }));
-    // A worker that ran empty takes up a new row without another BringOnline.
-    queue->Queue(MakeHit("d"));
-    ASSERT_TRUE(WaitFor([&] { return second.processor->Finished() == 4; }));
-    EXPECT_EQ(second.processor->Payloads(), (Payloads{"a", "b", "c", "d"}));
-}
-
 TEST_F(HitQueueTest, RetryAndAThrowingProcessorKeepTheRowAndItsPlace) {
     LogCapture log;
     QueueParts parts(dir_);
