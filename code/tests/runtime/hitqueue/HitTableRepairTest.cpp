@@ -34,63 +34,31 @@ protected:
 
 }  // namespace
 
+// Rows are carried one by one: those the schema cannot take stay behind, in the file moved aside.
 TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsReadableRowsCarriedOver) {
-    const std::string good = "ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT INTEGER";
-    struct Case {
-        const char* what;
-        Strings make;
-        std::string difference;
-        std::string carried;
-        Rows rows;  // ID, PAYLOAD, COUNT of the new table
-    };
-    const std::vector<Case> cases = {
-        {"other types",
-         {"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
-          "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1')",
-          "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2')",
-          "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3')",
-          "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)"},
-         "ID is TEXT, not INTEGER; ID lacks PRIMARY KEY; ID lacks AUTOINCREMENT; PAYLOAD is BLOB, not TEXT; "
-         "TIMESTAMP is TEXT, not INTEGER; COUNT is TEXT, not INTEGER",
-         "1 of 4 rows",
-         {{"1", "old-1", "1"}}},
-        {"an extra NOT NULL column",
-         {"CREATE TABLE TEST_HITS (" + good + ", EXTRA TEXT NOT NULL)",
-          "INSERT INTO TEST_HITS VALUES (5, 'old-5', 1700000005, 5, 'x')",
-          "INSERT INTO TEST_HITS VALUES (9, 'old-9', 1700000009, 9, 'x')"},
-         "extra column EXTRA TEXT NOT NULL",
-         "2 of 2 rows",
-         {{"5", "old-5", "5"}, {"9", "old-9", "9"}}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::filesystem::remove_all(dir_.Path());
-        std::filesystem::create_directories(dir_.Path());
-        Sql(c.make);
-        Rows before = SqlRows(File(), "SELECT * FROM TEST_HITS");
-        LogCapture log;
-        QueueParts parts(dir_);
-        auto queue = parts.Build();
-
-        Strings aside = Aside("mismatch");
-        ASSERT_EQ(aside.size(), 1u) << testing::PrintToString(ErrorLines(log));
-        EXPECT_EQ(ErrorLines(log),
-                  (Strings{"Table TEST_HITS of " + File() + " does not match its schema (" + c.difference +
-                           "); moved the file to " + aside[0] + " and made a new table, carrying over " + c.carried}));
-        // Nothing is lost: the old table stands as it was in the file moved aside.
-        EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM TEST_HITS"), before);
-        EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD, COUNT FROM TEST_HITS ORDER BY ID"), c.rows);
-
-        ASSERT_TRUE(queue->Queue(MakeHit("new")));
-        queue->BringOnline();
-        ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == c.rows.size() + 1; }));
-        Strings expected;
-        for (const auto& row : c.rows) expected.push_back(row[1]);
-        expected.push_back("new");
-        EXPECT_EQ(parts.processor->Payloads(), expected);
-        while (!queue->Dispose(std::chrono::milliseconds(1000))) {
-        }
-    }
+    Sql({"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
+         "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1')",
+         "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2')",
+         "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3')",
+         "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)"});
+    Rows before = SqlRows(File(), "SELECT * FROM TEST_HITS");
+    LogCapture log;
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    Strings aside = Aside("mismatch");
+    ASSERT_EQ(aside.size(), 1u) << testing::PrintToString(ErrorLines(log));
+    EXPECT_EQ(ErrorLines(log),
+              (Strings{"Table TEST_HITS of " + File() +
+                       " does not match its schema (ID is TEXT, not INTEGER; ID lacks PRIMARY KEY; ID lacks "
+                       "AUTOINCREMENT; PAYLOAD is BLOB, not TEXT; TIMESTAMP is TEXT, not INTEGER; COUNT is TEXT, not "
+                       "INTEGER); moved the file to " +
+                       aside[0] + " and made a new table, carrying over 1 of 4 rows"}));
+    EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM TEST_HITS"), before);
+    EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD, COUNT FROM TEST_HITS"), (Rows{{"1", "old-1", "1"}}));
+    ASSERT_TRUE(queue->Queue(MakeHit("new")));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"old-1", "new"}));
 }
 
 TEST_F(HitTableRepairTest, AFileThatIsNoDatabaseIsMovedAsideUntouched) {
@@ -162,27 +130,9 @@ TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIs
     EXPECT_FALSE(queue->IsInMemory());
 }
 
-TEST_F(HitTableRepairTest, AFileThatCannotBeUsedLeavesTheRunInMemoryAndTheFileAsItIs) {
-    // A directory where the file should be: nothing can be opened, and nothing is touched.
-    {
-        std::filesystem::create_directories(File());
-        LogCapture log;
-        QueueParts parts(dir_);
-        auto queue = parts.Build();
-        EXPECT_TRUE(queue->IsInMemory());
-        EXPECT_EQ(ErrorLines(log), (Strings{"Cannot use the hit database " + File() +
-                                            " (unable to open database file); this run keeps its hits in memory and "
-                                            "leaves the file as it is"}));
-        ASSERT_TRUE(queue->Queue(MakeHit("kept in memory")));
-        queue->BringOnline();
-        ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
-        EXPECT_TRUE(std::filesystem::is_directory(File()));
-        while (!queue->Dispose(std::chrono::milliseconds(1000))) {
-        }
-        std::filesystem::remove(File());
-    }
-    // A disk that fills up at run time: the rows already stored stay in the file, new ones go on in
-    // memory from the first write that fails, so none is lost.
+// A disk that fills up at run time: the rows already stored stay in the file, new ones go on in
+// memory from the first write that fails, so none is lost.
+TEST_F(HitTableRepairTest, AFileThatTakesNoMoreWritesLeavesTheRunInMemoryAndTheFileAsItIs) {
     QueueParts parts(dir_);
     auto queue = parts.Build();
     ASSERT_TRUE(queue->Queue(MakeHit("stored")));
@@ -203,4 +153,15 @@ TEST_F(HitTableRepairTest, AFileThatCannotBeUsedLeavesTheRunInMemoryAndTheFileAs
     ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
     EXPECT_EQ(parts.processor->Payloads(), (Strings{"while full", "later"}));
     EXPECT_EQ(SqlRows(File(), "SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"stored"}}));
+}
+
+// The exact line and the untouched path are pinned where the identity module meets this case.
+TEST_F(HitTableRepairTest, AFileThatCannotBeOpenedLeavesTheRunInMemory) {
+    std::filesystem::create_directories(File());
+    QueueParts parts(dir_);
+    auto queue = parts.Build();
+    EXPECT_TRUE(queue->IsInMemory());
+    ASSERT_TRUE(queue->Queue(MakeHit("kept in memory")));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
 }

@@ -168,11 +168,7 @@ TEST(VariantTest, ReaderOfTheWrongKindLeavesOutUntouched) {
     EXPECT_EQ(out, "keep");
 }
 
-TEST(StringUtilsTest, SplitKeepsEmptyTokensAndPrivacyTextRoundTrips) {
-    using V = std::vector<std::string>;
-    EXPECT_EQ(StringUtils::Split("&a&&b", "&"), (V{"", "a", "", "b"}));
-    EXPECT_EQ(StringUtils::Split("type%01%011", "%01"), (V{"type", "", "1"}));
-    EXPECT_EQ(StringUtils::Split("a0b1", "%01"), (V{"a0b1"}));
+TEST(PrivacyStatusTest, TextRoundTripsAndIsCaseSensitive) {
     for (auto status : {MobilePrivacyStatus::OPT_IN, MobilePrivacyStatus::OPT_OUT, MobilePrivacyStatus::UNKNOWN}) {
         EXPECT_EQ(StringToMobilePrivacyStatus(MobilePrivacyStatusToString(status)), status);
     }

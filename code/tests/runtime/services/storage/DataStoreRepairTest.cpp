@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -27,6 +26,10 @@ namespace {
 const char* const CONFIG = "com.velmora.module.configuration";
 const char* const OPT_OUT = R"({"global.privacy":"optedout"})";
 
+std::shared_ptr<DataStoreInterface> OpenStore(const std::string& folder, const std::string& name) {
+    return std::make_shared<PlatformServices>(folder)->GetLocalStorageService()->GetDataStore(name);
+}
+
 class DataStoreRepairTest : public ::testing::Test {
 protected:
     std::string File() const { return dir_.File(SqliteLocalStorageService::FILE_NAME); }
@@ -44,60 +47,29 @@ protected:
 }  // namespace
 
 TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAreStillRead) {
-    const std::string rows = std::string("INSERT INTO data_stores VALUES ('") + CONFIG + "', 'config.changes', 1, '" +
-                             OPT_OUT + "'), ('ids', 'ttl', 2, 600), ('ids', 'broken', 2, 'not a number')";
-    struct Case {
-        const char* what;
-        Strings make;
-        std::string difference;
-        std::string carried;
-        bool opt_out_kept;
-    };
-    const std::vector<Case> cases = {
-        {"a table with a rowid",
-         {"CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
-          "PRIMARY KEY (store, key))",
-          rows},
-         "the table has a rowid",
-         "2 of 3",
-         true},
-        {"no type column",
-         {"CREATE TABLE data_stores (store TEXT, key TEXT, value)",
-          std::string("INSERT INTO data_stores VALUES ('") + CONFIG + "', 'config.changes', '" + OPT_OUT + "')"},
-         "no column type; store lacks NOT NULL; store lacks PRIMARY KEY; key lacks NOT NULL; key lacks PRIMARY KEY; "
-         "the table has a rowid",
-         "0 of 1",
-         false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        services_.reset();
-        std::filesystem::remove_all(dir_.Path());
-        std::filesystem::create_directories(dir_.Path());
-        for (const auto& sql : c.make) SqlRows(File(), sql);
-        const Rows before = SqlRows(File(), "SELECT * FROM data_stores");
-        LogCapture log;
-        services_ = std::make_shared<PlatformServices>(dir_.Path());
-        auto config = Store(CONFIG);
-        ASSERT_TRUE(config);
-
-        Strings aside = Aside("mismatch");
-        ASSERT_EQ(aside.size(), 1u);
-        EXPECT_EQ(VelmoraTest::ErrorLines(log),
-                  (Strings{"The data store file (" + File() + ") holds a table of another shape (" + c.difference +
-                           "); moved it to (" + aside[0] + ") and started a fresh one with the " + c.carried +
-                           " values that could be read"}));
-        EXPECT_EQ(config->GetString("config.changes", "none"), c.opt_out_kept ? OPT_OUT : "none");
-        EXPECT_EQ(Store("ids")->GetLong("ttl", 0), c.opt_out_kept ? 600 : 0);
-        EXPECT_FALSE(Store("ids")->Contains("broken"));
-        EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
-        config->SetString("after", "stored");
-        EXPECT_EQ(std::make_shared<PlatformServices>(dir_.Path())
-                      ->GetLocalStorageService()
-                      ->GetDataStore(CONFIG)
-                      ->GetString("after", ""),
-                  "stored");
-    }
+    services_.reset();
+    SqlRows(File(),
+            "CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
+            "PRIMARY KEY (store, key))");
+    SqlRows(File(), std::string("INSERT INTO data_stores VALUES ('") + CONFIG + "', 'config.changes', 1, '" + OPT_OUT +
+                        "'), ('ids', 'ttl', 2, 600), ('ids', 'broken', 2, 'not a number')");
+    const Rows before = SqlRows(File(), "SELECT * FROM data_stores");
+    LogCapture log;
+    services_ = std::make_shared<PlatformServices>(dir_.Path());
+    auto config = Store(CONFIG);
+    ASSERT_TRUE(config);
+    Strings aside = Aside("mismatch");
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(VelmoraTest::ErrorLines(log),
+              (Strings{"The data store file (" + File() +
+                       ") holds a table of another shape (the table has a rowid); moved it to (" + aside[0] +
+                       ") and started a fresh one with the 2 of 3 values that could be read"}));
+    EXPECT_EQ(config->GetString("config.changes", "none"), OPT_OUT);
+    EXPECT_EQ(Store("ids")->GetLong("ttl", 0), 600);
+    EXPECT_FALSE(Store("ids")->Contains("broken"));
+    EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
+    config->SetString("after", "stored");
+    EXPECT_EQ(OpenStore(dir_.Path(), CONFIG)->GetString("after", ""), "stored");
 }
 
 TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
@@ -114,16 +86,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
 
     LogCapture log;
     int readable = 0;
-    int first_missing = -1;
-    int last_missing = -1;
-    for (int k = 0; k < keys; ++k) {
-        if (ids->GetString("k" + std::to_string(1000 + k), "") == filler) {
-            ++readable;
-        } else {
-            last_missing = k;
-            first_missing = first_missing < 0 ? k : first_missing;
-        }
-    }
+    for (int k = 0; k < keys; ++k) readable += ids->GetString("k" + std::to_string(1000 + k), "") == filler;
     Strings aside = Aside("corrupt");
     ASSERT_EQ(aside.size(), 1u);
     Strings errors = VelmoraTest::ErrorLines(log);
@@ -132,9 +95,8 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
         << errors[0];
     EXPECT_NE(errors[0].find("; moved it to (" + aside[0] + ") and started a fresh one with the "), std::string::npos);
     // One page's worth is gone from view (it stays in the file moved aside), everything else is read.
-    EXPECT_GT(first_missing, 0);
-    EXPECT_LT(last_missing - first_missing + 1, keys / 4);
-    EXPECT_EQ(readable, keys - (last_missing - first_missing + 1));
+    EXPECT_GT(readable, keys * 3 / 4);
+    EXPECT_LT(readable, keys);
     EXPECT_EQ(Store(CONFIG)->GetString("config.changes", "none"), OPT_OUT);
     EXPECT_EQ(Store("zzz")->GetLong("touch", 0), 1);
 }

@@ -1,0 +1,368 @@
+// The hub's rules: event order and delivery, listeners, shared states, task queues and the module
+// lifecycle from registration to shutdown.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "runtime/bus/EventDataKeys.h"
+#include "runtime/bus/SharedStatePending.h"
+#include "tests/runtime/bus/HubTestModules.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/OurThreads.h"
+
+using namespace VelmoraMobile;
+using VelmoraTest::Gate;
+using VelmoraTest::RecordingModule;
+using VelmoraTest::WaitFor;
+
+namespace {
+
+std::shared_ptr<EventType> PingType() {
+    return EventType::Get("test.ping");
+}
+std::shared_ptr<EventSource> PingSource() {
+    return EventSource::Get("test.ping");
+}
+std::shared_ptr<Event> Ping(const std::string& pair = "", int32_t number = -1) {
+    EventBuilder builder(pair.empty() ? "ping" : pair, PingType(), PingSource());
+    if (!pair.empty()) builder.SetPairID(pair);
+    if (number >= 0) builder.SetEventNumber(number);
+    return builder.Build();
+}
+std::shared_ptr<EventData> StateWith(const std::string& value) {
+    auto data = std::make_shared<EventData>();
+    data->PutString("value", value);
+    return data;
+}
+
+// A log of steps, shared between the test thread, the hub thread and task threads.
+struct Steps {
+    void Add(const std::string& step) {
+        std::lock_guard<std::mutex> lock(mutex);
+        steps.push_back(step);
+    }
+    std::vector<std::string> Get() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return steps;
+    }
+    std::mutex mutex;
+    std::vector<std::string> steps;
+};
+
+class HubTest : public ::testing::Test {
+protected:
+    void TearDown() override { hub->Shutdown(); }
+
+    std::shared_ptr<EventHub> hub = std::make_shared<EventHub>(nullptr);
+    std::shared_ptr<RecordingModule> recorder = std::make_shared<RecordingModule>();
+};
+
+TEST_F(HubTest, EventsFromFourThreadsAreDeliveredOnceEachInNumberOrder) {
+    recorder->Listen(PingType(), PingSource());
+    ASSERT_TRUE(hub->RegisterModule(recorder));
+    constexpr int kThreads = 4, kPerThread = 500;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kPerThread; ++i) hub->Dispatch(Ping());
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    ASSERT_TRUE(recorder->Sync(*hub));
+    auto heard = recorder->EventsOf(PingType(), PingSource());
+    ASSERT_EQ(heard.size(), size_t(kThreads * kPerThread));
+    for (size_t i = 1; i < heard.size(); ++i) {
+        ASSERT_LT(heard[i - 1]->GetEventNumber(), heard[i]->GetEventNumber()) << "at delivery " << i;
+    }
+}
+
+TEST_F(HubTest, OneTimeListenerFiresOnceAndPairBoundListenersHearOnlyTheirPair) {
+    recorder->Listen(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY);
+    ASSERT_TRUE(hub->RegisterModule(recorder));
+    struct PairModule : RecordingModule {
+        PairModule() : RecordingModule("test.pair") {}
+        void OnRegistered() override {
+            RegisterListener(std::make_shared<VelmoraTest::RecordingListener>(), PingType(), PingSource(), "p-1");
+        }
+    };
+    auto paired = std::make_shared<PairModule>();
+    ASSERT_TRUE(hub->RegisterModule(paired));
+    std::atomic<int> calls{0};
+    std::atomic<Event*> answered{nullptr};
+    hub->RegisterOneTimeListener<RecordingModule>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY, "pair",
+                                                  [&](const std::shared_ptr<Event>& e) {
+                                                      answered = e.get();
+                                                      ++calls;
+                                                  });
+    EXPECT_THROW(
+        hub->RegisterOneTimeListener<RecordingModule>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY, "p", {}),
+        SdkError);
+    auto response = [](const std::shared_ptr<EventSource>& source, const std::string& pair) {
+        return EventBuilder("response", EventType::IDENTITY, source).SetPairID(pair).Build();
+    };
+    hub->Dispatch(response(EventSource::RESPONSE_CONTENT, "pair"));    // wrong source
+    hub->Dispatch(response(EventSource::RESPONSE_IDENTITY, "other"));  // wrong pair
+    auto first = response(EventSource::RESPONSE_IDENTITY, "pair");
+    hub->Dispatch(first);
+    hub->Dispatch(response(EventSource::RESPONSE_IDENTITY, "pair"));
+    hub->Dispatch(Ping("p-2"));
+    hub->Dispatch(Ping("p-1"));
+    ASSERT_TRUE(recorder->Sync(*hub));
+    EXPECT_EQ(calls.load(), 1);
+    EXPECT_EQ(answered.load(), first.get());
+    EXPECT_EQ(recorder->EventsOf(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).size(), 3u);
+    ASSERT_EQ(paired->Events().size(), 1u);
+    EXPECT_EQ(paired->Events()[0]->GetName(), "p-1");
+}
+
+TEST_F(HubTest, UnknownIsNullPendingIsTheMarkerAndTheResolutionReachesBack) {
+    auto owner = std::make_shared<RecordingModule>("test.owner");
+    recorder->Listen(EventType::HUB, EventSource::SHARED_STATE);
+    ASSERT_TRUE(hub->RegisterModule(owner));
+    ASSERT_TRUE(hub->RegisterModule(recorder));
+    ASSERT_TRUE(recorder->Sync(*hub));
+    auto early = Ping();
+    hub->Dispatch(early);
+    EXPECT_EQ(recorder->GetSharedEventState("test.nobody", early), nullptr);
+    EXPECT_EQ(recorder->GetSharedEventState("test.owner", early), nullptr);
+    ASSERT_TRUE(owner->CreateSharedState(0, SHARED_STATE_PENDING));
+    auto before_resolution = Ping();
+    hub->Dispatch(before_resolution);
+    EXPECT_EQ(recorder->GetSharedEventState("test.owner", before_resolution), SHARED_STATE_PENDING);
+    ASSERT_TRUE(recorder->Sync(*hub));
+    EXPECT_TRUE(recorder->EventsOf(EventType::HUB, EventSource::SHARED_STATE).empty()) << "pending announces nothing";
+
+    auto resolved = StateWith("first");
+    ASSERT_TRUE(owner->UpdateSharedState(0, resolved));
+    EXPECT_EQ(recorder->GetSharedEventState("test.owner", early), resolved);
+    EXPECT_EQ(recorder->GetSharedEventState("test.owner", before_resolution), resolved);
+    EXPECT_FALSE(owner->UpdateSharedState(0, StateWith("again")));
+    EXPECT_FALSE(owner->UpdateSharedState(7, StateWith("never announced")));
+
+    ASSERT_TRUE(owner->CreateSharedState(50, StateWith("fifty")));
+    ASSERT_TRUE(recorder->CreateSharedState(51, StateWith("recorder's own")));
+    ASSERT_TRUE(recorder->WaitForCount(EventType::HUB, EventSource::SHARED_STATE, 3));
+    ASSERT_TRUE(recorder->Sync(*hub));
+    auto events = recorder->EventsOf(EventType::HUB, EventSource::SHARED_STATE);
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(events[0]->GetData()->OptString(EventDataKeys::STATE_OWNER, ""), "test.owner");
+    EXPECT_EQ(events[1]->GetData()->OptString("stateowner", ""), "test.owner");
+    EXPECT_EQ(events[2]->GetData()->OptString("stateowner", ""), "test.recorder");
+}
+
+TEST_F(HubTest, AStateIsSeenFromItsVersionOnAndVersionsMustGrow) {
+    ASSERT_TRUE(hub->RegisterModule(recorder));
+    ASSERT_TRUE(recorder->Sync(*hub));
+    auto base = StateWith("base");
+    auto ten = StateWith("ten");
+    ASSERT_TRUE(recorder->CreateSharedState(1, base));
+    ASSERT_TRUE(recorder->CreateSharedState(10, ten));
+    EXPECT_EQ(hub->GetSharedEventState("test.recorder", Ping("", 0)), nullptr);
+    EXPECT_EQ(hub->GetSharedEventState("test.recorder", Ping("", 9)), base);
+    EXPECT_EQ(hub->GetSharedEventState("test.recorder", Ping("", 10)), ten);
+    EXPECT_EQ(hub->GetSharedEventState("test.recorder", nullptr), ten);
+    EXPECT_FALSE(recorder->CreateSharedState(10, StateWith("same version")));
+    EXPECT_FALSE(recorder->CreateSharedState(5, StateWith("older version")));
+    EXPECT_FALSE(recorder->CreateSharedState(11, nullptr));
+    EXPECT_EQ(hub->GetSharedEventState("test.recorder", Ping("", 11)), ten);
+}
+
+TEST_F(HubTest, TasksOfOneModuleNeverOverlapAndKeepTheirOrderUnderLoad) {
+    // Counts tasks inside the module at once; more than one is an overlap.
+    struct OverlapDetector {
+        std::atomic<int> inside{0}, overlaps{0}, completed{0};
+        std::vector<std::pair<int, int>> order;  // no lock on purpose: overlapping tasks would race here
+    };
+    constexpr int kModules = 3, kProducers = 4, kPerProducer = 300;
+    std::vector<std::shared_ptr<RecordingModule>> modules;
+    std::vector<std::unique_ptr<OverlapDetector>> detectors;
+    for (int m = 0; m < kModules; ++m) {
+        modules.push_back(std::make_shared<RecordingModule>("test.tasks." + std::to_string(m)));
+        detectors.push_back(std::make_unique<OverlapDetector>());
+        ASSERT_TRUE(hub->RegisterModule(modules.back()));
+    }
+    // A throwing task ends only itself.
+    modules[0]->AddTaskToQueue("throws", [] { VELMORA_THROW("test.failure", "task failed on purpose"); });
+    modules[0]->AddTaskToQueue("throws std", [] { throw std::runtime_error("plain failure"); });
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+        producers.emplace_back([&, p] {
+            for (int i = 0; i < kPerProducer; ++i) {
+                for (int m = 0; m < kModules; ++m) {
+                    modules[m]->AddTaskToQueue("load", [d = detectors[m].get(), p, i] {
+                        if (d->inside.fetch_add(1) != 0) ++d->overlaps;
+                        d->order.emplace_back(p, i);
+                        std::this_thread::yield();
+                        d->inside.fetch_sub(1);
+                        ++d->completed;
+                    });
+                }
+            }
+        });
+    }
+    for (auto& producer : producers) producer.join();
+    for (int m = 0; m < kModules; ++m) {
+        OverlapDetector& detector = *detectors[m];
+        ASSERT_TRUE(WaitFor([&] { return detector.completed.load() == kProducers * kPerProducer; }));
+        EXPECT_EQ(detector.overlaps.load(), 0) << "module " << m;
+        std::vector<int> next(kProducers, 0);
+        for (const auto& step : detector.order) {
+            EXPECT_EQ(step.second, next[step.first]++) << "module " << m << " producer " << step.first;
+        }
+    }
+}
+
+TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
+    Gate latch;
+    std::atomic<bool> registered{false};
+    std::atomic<int> early_task{0};  // 1: ran too early, 2: ran after OnRegistered
+    struct Spy : VelmoraTest::RecordingListener {
+        std::atomic<bool>* registered = nullptr;
+        std::atomic<int> heard_too_early{0};
+        void Hear(const std::shared_ptr<Event>& event) override {
+            if (!registered->load()) ++heard_too_early;
+            RecordingListener::Hear(event);
+        }
+    };
+    auto spy = std::make_shared<Spy>();
+    spy->registered = &registered;
+    recorder->on_registered = [&, spy] {
+        recorder->RegisterListener(spy, PingType(), PingSource(), "");
+        latch.Wait();  // events pile up behind the registration meanwhile
+        registered = true;
+    };
+    recorder->AddTaskToQueue("early", [&] { early_task = registered ? 2 : 1; });
+    auto before = Ping();
+    hub->Dispatch(before);
+    ASSERT_TRUE(hub->RegisterModule(recorder));
+    for (int i = 0; i < 50; ++i) hub->Dispatch(Ping());
+    latch.Open();
+    ASSERT_TRUE(recorder->WaitForCount(PingType(), PingSource(), 50));
+    ASSERT_TRUE(recorder->Sync(*hub));
+    EXPECT_EQ(spy->heard_too_early.load(), 0);
+    EXPECT_EQ(early_task.load(), 2);
+    for (const auto& event : recorder->Events()) EXPECT_NE(event, before) << "dispatched before registration";
+    hub->Shutdown();
+    EXPECT_TRUE(spy->IsFullyUnregistered());
+    EXPECT_EQ(recorder->on_registered_calls.load(), 1);
+}
+
+TEST_F(HubTest, UnregistrationRunsEarlierTasksThenRequiredOnesAndDropsLaterOnes) {
+    auto module = std::make_shared<RecordingModule>("test.leaving");
+    Steps steps;
+    Gate latch;
+    auto step = [&](const std::string& name) { return [&steps, name] { steps.Add(name); }; };
+    module->on_unregistered = [&] {
+        steps.Add("OnUnregistered");
+        module->AddTaskToQueue("ordinary", step("ordinary in OnUnregistered"));
+        module->AddTaskToQueue("required", step("required"), Module::REQUIRED_FOR_UNREGISTRATION);
+    };
+    ASSERT_TRUE(hub->RegisterModule(module));
+    module->AddTaskToQueue("blocking", [&] {
+        steps.Add("blocking");
+        latch.Wait();
+    });
+    module->AddTaskToQueue("queued before", step("queued before"));
+    ASSERT_TRUE(WaitFor([&] { return !steps.Get().empty(); }));
+    auto unregistered = std::async(std::launch::async, [&] { return hub->UnregisterModule("test.leaving"); });
+    ASSERT_TRUE(WaitFor([&] { return steps.Get().size() == 2; }));
+    module->AddTaskToQueue("added later", step("added later"));
+    latch.Open();
+    ASSERT_TRUE(unregistered.get());
+    EXPECT_EQ(steps.Get(), (std::vector<std::string>{"blocking", "OnUnregistered", "queued before", "required"}));
+    EXPECT_FALSE(hub->UnregisterModule("test.leaving"));
+    EXPECT_TRUE(hub->RegisterModule(std::make_shared<RecordingModule>("test.leaving")));  // the name is free again
+}
+
+TEST_F(HubTest, ShutdownUnregistersNewestFirstDeliversLastEventsAndJoinsEveryThread) {
+    size_t threads_before = VelmoraTest::OurThreadCount();
+    Steps steps;
+    std::atomic<int> answers{0}, tasks_run{0};
+    std::vector<std::shared_ptr<RecordingModule>> modules;
+    for (int i = 0; i < 3; ++i) {
+        auto module = std::make_shared<RecordingModule>("test.module." + std::to_string(i));
+        RecordingModule* raw = module.get();
+        module->on_unregistered = [&steps, raw] {
+            steps.Add(raw->GetModuleName());
+            // Sent after OnUnregistered: still reaches the one-time listener.
+            raw->AddTaskToQueue(
+                "answer", [raw] { raw->GetEventHub()->Dispatch(Ping(raw->GetModuleName())); },
+                Module::REQUIRED_FOR_UNREGISTRATION);
+        };
+        ASSERT_TRUE(hub->RegisterModule(module));
+        hub->RegisterOneTimeListener<RecordingModule>(PingType(), PingSource(), module->GetModuleName(),
+                                                      [&](const std::shared_ptr<Event>&) { ++answers; });
+        modules.push_back(module);
+    }
+    for (int i = 0; i < 100; ++i) modules[i % 3]->AddTaskToQueue("work", [&] { ++tasks_run; });
+    hub->Shutdown();
+    EXPECT_EQ(tasks_run.load(), 100);
+    EXPECT_EQ(answers.load(), 3);
+    EXPECT_EQ(steps.Get(), (std::vector<std::string>{"test.module.2", "test.module.1", "test.module.0"}));
+    EXPECT_LE(VelmoraTest::OurThreadCount(), threads_before);
+    hub->Dispatch(Ping());  // a stopped hub takes nothing more
+    EXPECT_FALSE(hub->RegisterModule(std::make_shared<RecordingModule>("test.too.late")));
+}
+
+TEST_F(HubTest, AStuckTaskIsAbandonedAtTheDeadlineWithALogLine) {
+    VelmoraTest::LogCapture log(LoggingMode::WARNING_LOG);
+    auto module = std::make_shared<RecordingModule>("test.stuck");
+    Gate entered, release;
+    std::atomic<bool> later_ran{false};
+    ASSERT_TRUE(hub->RegisterModule(module));
+    module->AddTaskToQueue("stuck", [&] {
+        entered.Open();
+        release.Wait();
+    });
+    module->AddTaskToQueue("behind", [&] { later_ran = true; });
+    entered.Wait();
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(hub->Shutdown(std::chrono::milliseconds(300)));
+    auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(300));
+    EXPECT_LT(took, std::chrono::seconds(5));
+    EXPECT_TRUE(log.ContainsFragment("abandoned: the tasks of module test.stuck"));
+    EXPECT_FALSE(hub->IsRegisteredModule("test.stuck"));
+    // The stuck task ends on its own thread; what was queued behind it never runs.
+    release.Open();
+    EXPECT_TRUE(WaitFor([&] { return module.use_count() == 1; }));
+    EXPECT_FALSE(later_ran.load());
+    EXPECT_TRUE(hub->Shutdown(std::chrono::milliseconds(0)));
+}
+
+}  // namespace
+
+TEST(HubLifecycleTest, DestroyingAHubStopsItAsShutdownWouldAndFreesItsModules) {
+    std::weak_ptr<RecordingModule> weak_module;
+    std::atomic<int> tasks_run{0};
+    std::atomic<bool> required_ran{false};
+    {
+        auto hub = std::make_shared<EventHub>(nullptr);
+        auto module = std::make_shared<RecordingModule>();
+        weak_module = module;
+        RecordingModule* raw = module.get();
+        module->on_unregistered = [raw, &required_ran] {
+            raw->AddTaskToQueue(
+                "required", [&required_ran] { required_ran = true; }, Module::REQUIRED_FOR_UNREGISTRATION);
+        };
+        ASSERT_TRUE(hub->RegisterModule(module));
+        // Tasks that own their module would keep it alive forever if they were never run or dropped.
+        for (int i = 0; i < 1000; ++i) module->AddTaskToQueue("owning", [module, &tasks_run] { ++tasks_run; });
+        for (int i = 0; i < 100; ++i) hub->Dispatch(Ping());
+        // The delivery thread holds the hub for a moment while it registers a module.
+        ASSERT_TRUE(WaitFor([&] { return module->IsRegistered(); }));
+    }
+    // All of it happened before the destructor returned.
+    EXPECT_EQ(tasks_run.load(), 1000);
+    EXPECT_TRUE(required_ran.load());
+    EXPECT_TRUE(weak_module.expired());
+    EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u);
+}

@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <locale>
+#include <string>
+
+#include "runtime/services/LocaleNameFacet.h"
+#include "runtime/services/SystemInfoService.h"
+#include "runtime/services/helpers/ContextData.h"
+#include "runtime/services/helpers/NetworkConnectionUtil.h"
+#include "runtime/services/helpers/TimeUtils.h"
+#include "runtime/services/helpers/UrlBuilder.h"
+#include "runtime/services/helpers/UrlEncoder.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+
+using VelmoraTest::ScopedEnvironment;
+using namespace VelmoraMobile;
+
+TEST(ContextDataTest, CleanKeyKeepsLettersDigitsUnderscoreAndSingleInnerDots) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"DSID_20915", "DSID_20915"},
+        {"a b-c!d", "abcd"},
+        {"a..b...c", "a.b.c"},
+        {"..a.b..", "a.b"},
+        {"a.-.b", "a.b"},  // dropping bytes can join dots
+        {"\xC3\xA9t\xC3\xA9", "t"},
+        {std::string("a\0b", 3), "ab"},
+        {"...", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(ContextData::CleanKey(c.first), c.second) << c.first;
+}
+
+TEST(TimeUtilsTest, BothClocksGiveSecondsSinceTheEpoch) {
+    auto now = [] {
+        return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    };
+    auto before = now();
+    for (int64_t seconds : {TimeUtils::GetUnixTimeInSeconds(), TimeUtils::GetUnixTime()}) {
+        EXPECT_GE(seconds, before);
+        EXPECT_LE(seconds, now());
+    }
+}
+
+namespace {
+
+std::string SystemLocaleString(const std::optional<std::string>& lc_all, const std::optional<std::string>& lc_messages,
+                               const std::optional<std::string>& lang) {
+    ScopedEnvironment a("LC_ALL", lc_all);
+    ScopedEnvironment m("LC_MESSAGES", lc_messages);
+    ScopedEnvironment l("LANG", lang);
+    return NetworkConnectionUtil::GetLocaleString(SystemInfoService("/tmp").GetSystemLocale());
+}
+
+}  // namespace
+
+TEST(NetworkConnectionUtilTest, SystemLocaleFromTheEnvironmentGivesLanguageAndRegion) {
+    EXPECT_EQ(SystemLocaleString("", "", "de_DE@euro"), "de_DE");
+    EXPECT_EQ(SystemLocaleString("fr_CA.ISO-8859-1", "de_DE", "en_US"), "fr_CA");
+    EXPECT_EQ(SystemLocaleString(std::nullopt, "pt_BR.UTF-8", "en_US"), "pt_BR");
+    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "ja"), "ja");
+    // No language of its own: the request then carries no Accept-Language.
+    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "C.UTF-8"), "");
+    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, std::nullopt), "");
+    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "en_US\r\nX-Evil: 1"), "");
+    EXPECT_EQ(NetworkConnectionUtil::GetLocaleString(LocaleNameFacet::Attach(std::locale::classic(), "es_ES.UTF-8")),
+              "es_ES");
+}
+
+TEST(NetworkConnectionUtilTest, HeadersAndRecoverableStatuses) {
+    auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
+    EXPECT_EQ(headers.size(), 2u);
+    EXPECT_EQ(headers["Accept-Language"], "en-US");
+    EXPECT_EQ(headers["User-Agent"].rfind("velmora-identity/", 0), 0u);
+    headers = NetworkConnectionUtil::GetHeaders("", "application/json");
+    EXPECT_EQ(headers.count("Accept-Language"), 0u);
+    EXPECT_EQ(headers["Content-Type"], "application/json");
+    for (int status : {408, 429, 502, 503, 504}) EXPECT_TRUE(NetworkConnectionUtil::IsRecoverableNetworkError(status));
+    for (int status : {0, 200, 400, 404, 500, 501, 505}) {
+        EXPECT_FALSE(NetworkConnectionUtil::IsRecoverableNetworkError(status)) << status;
+    }
+}
+
+// The identity sync and opt-out URLs built on this are pinned in the identity sync and privacy tests.
+TEST(UrlBuilderTest, MapEntriesAreEncodedAlreadyEncodedTextsAreNotAndBadHostsGiveNothing) {
+    EXPECT_EQ(UrlBuilder()
+                  .SetHost("127.0.0.1:8080")
+                  .AddPath("a b/c")
+                  .AddQueryParameters({{"z key", "v&=1"}, {"a", "x@y"}})
+                  .AddQuery("raw=%01|", UrlBuilder::ALREADY_ENCODED)
+                  .AddQuery("k y=v y&w=1/2", UrlBuilder::ENCODE)
+                  .AddQuery("", UrlBuilder::ALREADY_ENCODED)
+                  .Build(),
+              "http://127.0.0.1:8080/a%20b/c?a=x%40y&z%20key=v%26%3D1&raw=%01|&k%20y=v%20y&w=1%2F2");
+    EXPECT_EQ(UrlBuilder().SetHost("h.example").Build(), "http://h.example");
+    VelmoraTest::LogCapture capture;
+    for (const char* host : {"", "evil.example/x?y", "a b", "user@host"}) {
+        EXPECT_EQ(UrlBuilder().SetHost(host).AddPath("id").Build(), "") << host;
+    }
+    EXPECT_TRUE(capture.ContainsFragment("Cannot build a URL with the host"));
+}
+
+TEST(UrlEncoderTest, VisitorPayloadExampleAndEscapes) {
+    EXPECT_EQ(UrlEncoder::Encode("TS=1542312345|OCMID=01234567890123456789012345678901234567|OCAID=5B3C1D8A"
+                                 "|OCORGID=1234ABCD5678EFGH"),
+              "TS%3D1542312345%7COCMID%3D01234567890123456789012345678901234567%7COCAID%3D5B3C1D8A%7COCORGID%"
+              "3D1234ABCD5678EFGH");
+    EXPECT_EQ(UrlEncoder::Encode("AZaz09-._~"), "AZaz09-._~");
+    EXPECT_EQ(UrlEncoder::Encode(" !*'();:@&=+$,/?#[]%"),
+              "%20%21%2A%27%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%23%5B%5D%25");
+    EXPECT_EQ(UrlEncoder::Encode(std::string("\xC3\xA9\0\x7F", 4)), "%C3%A9%00%7F");
+}
