@@ -2,6 +2,7 @@
 
 #include <array>
 #include <typeinfo>
+#include <utility>
 
 #include "runtime/bus/EventHub.h"
 #include "runtime/values/Log.h"
@@ -77,14 +78,16 @@ void Module::UnregisterWildCardListener() {
     }
 }
 
-void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task) {
-    AddTaskToQueue(name, task, ModuleTaskOptions());
+void Module::AddTaskToQueue(const char* name, std::function<void()> task) {
+    AddTaskToQueue(name, std::move(task), ModuleTaskOptions());
 }
 
-void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task,
-                            const ModuleTaskOptions& options) {
+void Module::AddTaskToQueue(const char* name, std::function<void()> task, const ModuleTaskOptions& options) {
     if (!task) {
         return;
+    }
+    if (name == nullptr) {
+        name = "";
     }
     std::unique_lock<std::mutex> lock(mutex_);
     bool accepted = task_queue_state_ == TaskQueueState::WAITING || task_queue_state_ == TaskQueueState::OPEN ||
@@ -94,7 +97,7 @@ void Module::AddTaskToQueue(const std::string& name, const std::function<void()>
         Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, name);
         return;
     }
-    task_queue_.emplace_back(name, task);
+    task_queue_.emplace_back(name, std::move(task));
     if (task_queue_state_ != TaskQueueState::WAITING && !runner_active_) {
         SubmitRunnerLocked(lock);
     }
@@ -118,7 +121,7 @@ void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
 }
 
 void Module::RunNextTask() {
-    std::pair<std::string, std::function<void()>> task;
+    std::pair<const char*, std::function<void()>> task;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (task_queue_.empty()) {
@@ -441,7 +444,7 @@ bool Module::WaitUntilUnregistered(std::chrono::steady_clock::time_point until) 
 }
 
 void Module::AbandonTasks() {
-    std::deque<std::pair<std::string, std::function<void()>>> dropped;
+    std::deque<std::pair<const char*, std::function<void()>>> dropped;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         dropped.swap(task_queue_);

@@ -77,11 +77,11 @@ public:
     /// Removes the listeners of that type and source, whatever their pair id.
     virtual void UnregisterListener(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source);
     virtual void UnregisterWildCardListener();
-    /// Appends `task`; `name` only shows in diagnostics. Dropped once unregistration has begun.
-    virtual void AddTaskToQueue(const std::string& name, const std::function<void()>& task);
+    /// Appends `task`; `name` only shows in diagnostics and is kept, not copied: pass a literal
+    /// (or a string that lives as long as the module). Dropped once unregistration has begun.
+    virtual void AddTaskToQueue(const char* name, std::function<void()> task);
     /// The same; with REQUIRED_FOR_UNREGISTRATION the task is taken also during unregistration.
-    virtual void AddTaskToQueue(const std::string& name, const std::function<void()>& task,
-                                const ModuleTaskOptions& options);
+    virtual void AddTaskToQueue(const char* name, std::function<void()> task, const ModuleTaskOptions& options);
     /// Publishes `data` under GetSharedStateName() at `version`, which must be above every
     /// version this module has used. SHARED_STATE_PENDING announces a state still to come.
     virtual bool CreateSharedState(int32_t version, const std::shared_ptr<EventData>& data);
@@ -181,7 +181,7 @@ private:
     std::vector<std::shared_ptr<ModuleEventDispatcherBase>> dispatchers_;
     std::vector<std::shared_ptr<Rule>> rules_;
     std::vector<std::shared_ptr<ModuleEventProcessorBase>> processors_;
-    std::deque<std::pair<std::string, std::function<void()>>> task_queue_;
+    std::deque<std::pair<const char*, std::function<void()>>> task_queue_;
     TaskQueueState task_queue_state_{TaskQueueState::WAITING};
     bool runner_active_{false};
     bool attached_{false};
