@@ -2,6 +2,7 @@
 
 #include <array>
 #include <typeinfo>
+#include <unordered_map>
 #include <utility>
 
 #include "runtime/bus/EventHub.h"
@@ -20,9 +21,48 @@ uintptr_t Address(const void* pointer) {
 
 }  // namespace
 
+// The modules whose task runners may be queued on an executor, by a number never used twice.
+class Module::LiveModules {
+public:
+    static uint64_t Add(const std::shared_ptr<Module>& module) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        const uint64_t id = ++registry.last_id;
+        registry.modules.emplace(id, module);
+        return id;
+    }
+    static std::shared_ptr<Module> Find(uint64_t id) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        auto found = registry.modules.find(id);
+        return found == registry.modules.end() ? nullptr : found->second.lock();
+    }
+    static void Remove(uint64_t id) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        registry.modules.erase(id);
+    }
+
+private:
+    struct Registry {
+        std::mutex mutex;
+        uint64_t last_id{0};
+        std::unordered_map<uint64_t, std::weak_ptr<Module>> modules;
+    };
+    // Never destroyed: runners may still look modules up while the process exits.
+    static Registry& Get() {
+        static Registry* const registry = new Registry();
+        return *registry;
+    }
+};
+
 Module::Module(const std::string& name) : module_name_(name) {}
 
-Module::~Module() = default;
+Module::~Module() {
+    if (runner_id_ != 0) {
+        LiveModules::Remove(runner_id_);
+    }
+}
 
 bool Module::IsRegistered() {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -105,15 +145,27 @@ void Module::AddTaskToQueue(const char* name, std::function<void()> task, const 
 
 void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
     std::shared_ptr<TaskExecutorInterface> executor = task_executor_.lock();
-    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
-    if (!executor || !self) {
+    if (runner_id_ == 0) {
+        std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+        if (self) {
+            runner_id_ = LiveModules::Add(self);
+        }
+    }
+    if (!executor || runner_id_ == 0) {
         runner_active_ = false;
         return;
     }
     // One runner at a time is what keeps the module's tasks from overlapping.
     runner_active_ = true;
+    const uint64_t id = runner_id_;
     lock.unlock();
-    bool accepted = executor->Execute([self] { self->RunNextTask(); });
+    // The runner holds the module's id alone, which the function stores without an allocation,
+    // and finds the module when it runs: one dropped meanwhile runs nothing.
+    bool accepted = executor->Execute([id] {
+        if (std::shared_ptr<Module> module = LiveModules::Find(id)) {
+            module->RunNextTask();
+        }
+    });
     lock.lock();
     if (!accepted) {
         runner_active_ = false;

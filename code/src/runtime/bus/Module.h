@@ -152,6 +152,7 @@ private:
     friend class EventHub;
 
     enum class TaskQueueState { WAITING, OPEN, CLOSING, CLOSED };
+    class LiveModules;
     // Type and source by address (they are singletons), then the pair id.
     using ListenerKey = std::tuple<uintptr_t, uintptr_t, std::string>;
 
@@ -184,6 +185,9 @@ private:
     std::deque<std::pair<const char*, std::function<void()>>> task_queue_;
     TaskQueueState task_queue_state_{TaskQueueState::WAITING};
     bool runner_active_{false};
+    // This module's number among the live modules (0 until its first runner), so that a runner
+    // on the executor does not have to own the module.
+    uint64_t runner_id_{0};
     bool attached_{false};
     bool registered_{false};
     bool unregistration_begun_{false};
