@@ -126,18 +126,19 @@ void Module::AddTaskToQueue(const char* name, std::function<void()> task, const 
     if (!task) {
         return;
     }
-    if (name == nullptr) {
-        name = "";
-    }
+    EnqueueTask(QueuedTask(name, std::move(task)), options);
+}
+
+void Module::EnqueueTask(QueuedTask task, const ModuleTaskOptions& options) {
     std::unique_lock<std::mutex> lock(mutex_);
     bool accepted = task_queue_state_ == TaskQueueState::WAITING || task_queue_state_ == TaskQueueState::OPEN ||
                     (task_queue_state_ == TaskQueueState::CLOSING && options.required_for_unregistration);
     if (!accepted) {
         lock.unlock();
-        Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, name);
+        Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, task.Name());
         return;
     }
-    task_queue_.emplace_back(name, std::move(task));
+    task_queue_.push_back(std::move(task));
     if (task_queue_state_ != TaskQueueState::WAITING && !runner_active_) {
         SubmitRunnerLocked(lock);
     }
@@ -145,22 +146,22 @@ void Module::AddTaskToQueue(const char* name, std::function<void()> task, const 
 
 void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
     std::shared_ptr<TaskExecutorInterface> executor = task_executor_.lock();
-    if (runner_id_ == 0) {
-        std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
-        if (self) {
-            runner_id_ = LiveModules::Add(self);
-        }
+    std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (self && runner_id_ == 0) {
+        runner_id_ = LiveModules::Add(self);
     }
-    if (!executor || runner_id_ == 0) {
+    if (!executor || !self) {
         runner_active_ = false;
         return;
     }
-    // One runner at a time is what keeps the module's tasks from overlapping.
+    // One runner at a time is what keeps the module's tasks from overlapping. Queued tasks keep
+    // the module alive until they have run (or AbandonTasks drops them).
     runner_active_ = true;
+    runner_owner_ = self;
     const uint64_t id = runner_id_;
     lock.unlock();
-    // The runner holds the module's id alone, which the function stores without an allocation,
-    // and finds the module when it runs: one dropped meanwhile runs nothing.
+    // The runner holds the module's number alone, which the function stores without an
+    // allocation, and finds the module when it runs: after AbandonTasks it may be gone.
     bool accepted = executor->Execute([id] {
         if (std::shared_ptr<Module> module = LiveModules::Find(id)) {
             module->RunNextTask();
@@ -169,30 +170,38 @@ void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
     lock.lock();
     if (!accepted) {
         runner_active_ = false;
+        // Goes with `self`, as the refused runner would have.
+        runner_owner_.swap(self);
     }
 }
 
 void Module::RunNextTask() {
-    std::pair<const char*, std::function<void()>> task;
+    // The runner that called this holds the module too, so dropping this reference under the
+    // lock cannot end the module.
+    std::shared_ptr<Module> owner;
+    QueuedTask task;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (task_queue_.empty()) {
             runner_active_ = false;
+            owner.swap(runner_owner_);
             CloseIfDrainedLocked();
             return;
         }
         task = std::move(task_queue_.front());
         task_queue_.pop_front();
     }
-    TryCatch(task.second, [&](SdkError& error) {
-        Log::Warning(LOG_TAG, "Task %s of module %s failed: %s", task.first, module_name_, error);
-    });
+    TryCatch([&task] { task.Run(); },
+             [&](SdkError& error) {
+                 Log::Warning(LOG_TAG, "Task %s of module %s failed: %s", task.Name(), module_name_, error);
+             });
     // The task's captures go before the next task starts, outside the lock.
-    task.second = nullptr;
+    task.Reset();
 
     std::unique_lock<std::mutex> lock(mutex_);
     if (task_queue_.empty()) {
         runner_active_ = false;
+        owner.swap(runner_owner_);
         CloseIfDrainedLocked();
         return;
     }
@@ -496,12 +505,14 @@ bool Module::WaitUntilUnregistered(std::chrono::steady_clock::time_point until) 
 }
 
 void Module::AbandonTasks() {
-    std::deque<std::pair<const char*, std::function<void()>>> dropped;
+    std::shared_ptr<Module> owner;
+    std::deque<QueuedTask> dropped;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         dropped.swap(task_queue_);
         task_queue_state_ = TaskQueueState::CLOSED;
         runner_active_ = false;
+        owner.swap(runner_owner_);
         unregistration_hooks_done_ = true;
         closed_.notify_all();
     }
