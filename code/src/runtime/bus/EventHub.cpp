@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/bus/EventDataKeys.h"
+#include "runtime/bus/ReusingQueue.h"
 #include "runtime/bus/SharedStatePending.h"
 #include "runtime/bus/ThreadPoolTaskExecutor.h"
 #include "runtime/values/Log.h"
@@ -76,7 +76,7 @@ struct EventHub::Core {
 
     std::mutex mutex;
     std::condition_variable wake;
-    std::deque<Item> queue;
+    ReusingQueue<Item> queue;
     int32_t last_event_number{0};
     bool accepting_events{true};
     bool shutdown_started{false};
