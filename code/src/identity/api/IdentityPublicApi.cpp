@@ -1,5 +1,7 @@
 #include "identity/api/IdentityPublicApi.h"
 
+#include <utility>
+
 #include "identity/ids/VisitorIdSerializer.h"
 #include "identity/module/Identity.h"
 #include "identity/module/IdentityConstants.h"
@@ -17,13 +19,6 @@ namespace Keys = IdentityConstants::EventDataKeys::Identity;
 
 const char* const LOG_TAG = "IdentityPublicApi";
 const char* const REQUEST_EVENT_NAME = "IdentityRequestIdentity";
-
-IdentityPublicApi::StringAnswerCallback WrapStringCallback(const IdentityPublicApi::StringCallback& callback) {
-    if (!callback) {
-        return nullptr;
-    }
-    return [callback](const std::string& value) { callback(value); };
-}
 
 }  // namespace
 
@@ -93,7 +88,7 @@ void IdentityPublicApi::DispatchIdSyncEvent(const std::map<std::string, std::str
 void IdentityPublicApi::AppendToUrl(const std::string& base_url, const StringCallback& callback) const {
     auto data = std::make_shared<EventData>();
     data->PutString(Keys::BASE_URL, base_url);
-    RequestString("AppendToUrl", Keys::UPDATED_URL, data, WrapStringCallback(callback));
+    RequestConstantString("AppendToUrl", Keys::UPDATED_URL, data, callback);
 }
 
 void IdentityPublicApi::GetIdentifiers(const VisitorIdsCallback& callback) const {
@@ -101,19 +96,19 @@ void IdentityPublicApi::GetIdentifiers(const VisitorIdsCallback& callback) const
 }
 
 void IdentityPublicApi::GetOndaraCloudId(const StringCallback& callback) const {
-    RequestString("GetOndaraCloudId", Keys::VISITOR_ID_MID, nullptr, WrapStringCallback(callback));
+    RequestConstantString("GetOndaraCloudId", Keys::VISITOR_ID_MID, nullptr, callback);
 }
 
 void IdentityPublicApi::GetPushIdentifier(const StringCallback& callback) {
-    RequestString("GetPushIdentifier", Keys::PUSH_IDENTIFIER, nullptr, WrapStringCallback(callback));
+    RequestConstantString("GetPushIdentifier", Keys::PUSH_IDENTIFIER, nullptr, callback);
 }
 
 void IdentityPublicApi::GetAdvertisingIdentifier(const StringCallback& callback) {
-    RequestString("GetAdvertisingIdentifier", Keys::ADVERTISING_IDENTIFIER, nullptr, WrapStringCallback(callback));
+    RequestConstantString("GetAdvertisingIdentifier", Keys::ADVERTISING_IDENTIFIER, nullptr, callback);
 }
 
 void IdentityPublicApi::GetUserIdentifier(const StringCallback& callback) {
-    RequestString("GetUserIdentifier", Keys::USER_IDENTIFIER, nullptr, WrapStringCallback(callback));
+    RequestConstantString("GetUserIdentifier", Keys::USER_IDENTIFIER, nullptr, callback);
 }
 
 void IdentityPublicApi::SetUserIdentifier(const std::string& user_identifier) {
@@ -158,6 +153,20 @@ void IdentityPublicApi::RequestString(const char* operation, const std::string& 
     });
 }
 
+void IdentityPublicApi::RequestConstantString(const char* operation, const std::string& constant_key,
+                                              const std::shared_ptr<EventData>& event_data,
+                                              const StringCallback& callback) const {
+    if (!callback || !CanReachModule(operation)) {
+        return;
+    }
+    const std::string* key = &constant_key;
+    DispatchWithAnswer(CreateIdentityRequestEvent(event_data), [key, callback](const std::shared_ptr<Event>& answer) {
+        std::string value;
+        answer->GetData()->GetString(*key, value);
+        callback(std::move(value));
+    });
+}
+
 void IdentityPublicApi::RequestVisitorIds(const char* operation, const std::string& key,
                                           const std::shared_ptr<EventData>& event_data,
                                           const VisitorIdsCallback& callback) const {
@@ -175,10 +184,17 @@ void IdentityPublicApi::RequestVisitorIds(const char* operation, const std::stri
 void IdentityPublicApi::DispatchWithAnswer(const std::shared_ptr<Event>& event,
                                            const std::function<void(const std::shared_ptr<Event>&)>& listener) const {
     // The listener stands before the request leaves, so the answer cannot overtake it.
+    // One pointer in the closure, so that the std::function holds it without an allocation.
+    struct Registration {
+        EventHub& hub;
+        const std::shared_ptr<Event>& event;
+        const std::function<void(const std::shared_ptr<Event>&)>& listener;
+    } registration{*event_hub, event, listener};
     TryCatch(
-        [&] {
-            event_hub->RegisterOneTimeListener<Identity>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY,
-                                                         event->GetResponsePairID(), listener);
+        [&registration] {
+            registration.hub.RegisterOneTimeListener<Identity>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY,
+                                                               registration.event->GetResponsePairID(),
+                                                               registration.listener);
         },
         [](SdkError& error) {
             Log::Debug(IdentityConstants::LOG_PREFIX.c_str(), "Failed to register the RESPONSE_IDENTITY listener (%s)",

@@ -89,6 +89,11 @@ private:
     bool CanReachModule(const char* operation) const;
     void RequestString(const char* operation, const std::string& key, const std::shared_ptr<EventData>& event_data,
                        const StringAnswerCallback& callback) const;
+    /// RequestString for the getters: `constant_key` is one of the module's constant keys, which
+    /// outlive every answer, so the listener keeps only its address; the value is moved into
+    /// the callback.
+    void RequestConstantString(const char* operation, const std::string& constant_key,
+                               const std::shared_ptr<EventData>& event_data, const StringCallback& callback) const;
     void RequestVisitorIds(const char* operation, const std::string& key, const std::shared_ptr<EventData>& event_data,
                            const VisitorIdsCallback& callback) const;
     /// Registers `listener` for the answer to `event` (an SdkError is logged), then dispatches it.

@@ -153,6 +153,27 @@ private:
     std::shared_ptr<Variant> PublishedCustomerIds();
     std::vector<PublishedCustomerId> published_customer_ids_source_;
     std::shared_ptr<Variant> published_customer_ids_;
+
+    // The record PackageEventData last built, its entries shared by the copies it hands out, and
+    // the values it was made from: rebuilt only when one of them changed.
+    struct PublishedRecordSource {
+        std::string mid;
+        std::string user_identifier;
+        std::string advertising_identifier;
+        std::string push_identifier;
+        std::string blob;
+        std::string location_hint;
+        std::shared_ptr<Variant> customer_ids;
+        int64_t last_sync = 0;
+    };
+    bool PublishedRecordIsCurrent(const std::shared_ptr<Variant>& ids) const;
+    PublishedRecordSource published_record_source_;
+    std::shared_ptr<EventData> published_record_;
+
+    // The view of the last configuration state an event was processed with, kept while the
+    // state is the same object. Touched only by the module's tasks.
+    std::shared_ptr<EventData> config_view_source_;
+    std::shared_ptr<ConfigurationSharedStateIdentity> config_view_;
 };
 
 }  // namespace VelmoraMobile

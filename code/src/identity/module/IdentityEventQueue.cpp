@@ -32,7 +32,13 @@ void Identity::ProcessEventQueue() {
             Log::Trace(LOG_PREFIX.c_str(), "Config not available at the time to process identity event.");
             return;
         }
-        auto config = std::make_shared<ConfigurationSharedStateIdentity>(config_state);
+        // Most events meet the same configuration state: its view is made once. A missing state
+        // is looked at anew each time (and logged so).
+        if (!config_state || config_state != config_view_source_) {
+            config_view_ = std::make_shared<ConfigurationSharedStateIdentity>(config_state);
+            config_view_source_ = config_state;
+        }
+        const std::shared_ptr<ConfigurationSharedStateIdentity> config = config_view_;
         if (!ProcessEvent(event, config)) {
             Log::Trace(LOG_PREFIX.c_str(),
                        "Config settings not valid to process the identity event. Processing will resume when a "
@@ -79,7 +85,8 @@ bool Identity::ProcessEvent(const std::shared_ptr<Event>& event,
         HandleAppendUrl(event, config);
         return true;
     }
-    HandleIdentifiersRequest("IDENTITY_RESPONSE_CONTENT_ONE_TIME", event->GetResponsePairID());
+    static const std::string ONE_TIME_RESPONSE_NAME = "IDENTITY_RESPONSE_CONTENT_ONE_TIME";
+    HandleIdentifiersRequest(ONE_TIME_RESPONSE_NAME, event->GetResponsePairID());
     return true;
 }
 

@@ -11,33 +11,55 @@ namespace VelmoraMobile {
 namespace IdentityKeys = IdentityConstants::EventDataKeys::Identity;
 
 std::shared_ptr<EventData> Identity::PackageEventData() {
-    // A fresh object each time: receivers of one response must not see what another wrote.
-    auto data = std::make_shared<EventData>();
-    // An empty value is left out rather than published empty.
-    if (!mid.empty()) {
-        data->PutString(IdentityKeys::VISITOR_ID_MID, mid);
+    std::shared_ptr<Variant> ids = customer_ids.empty() ? nullptr : PublishedCustomerIds();
+    if (!PublishedRecordIsCurrent(ids)) {
+        auto data = std::make_shared<EventData>();
+        // An empty value is left out rather than published empty.
+        if (!mid.empty()) {
+            data->PutString(IdentityKeys::VISITOR_ID_MID, mid);
+        }
+        if (!user_identifier.empty()) {
+            data->PutString(IdentityKeys::USER_IDENTIFIER, user_identifier);
+        }
+        if (!advertising_identifier.empty()) {
+            data->PutString(IdentityKeys::ADVERTISING_IDENTIFIER, advertising_identifier);
+        }
+        if (!push_identifier.empty()) {
+            data->PutString(IdentityKeys::PUSH_IDENTIFIER, push_identifier);
+        }
+        if (!blob.empty()) {
+            data->PutString(IdentityKeys::VISITOR_ID_BLOB, blob);
+        }
+        if (!location_hint.empty()) {
+            data->PutString(IdentityKeys::VISITOR_ID_LOCATION_HINT, location_hint);
+        }
+        if (ids) {
+            // Variants are immutable, so records may share one list.
+            data->PutVariant(IdentityKeys::VISITOR_IDS_LIST, ids);
+        }
+        data->PutLong(IdentityKeys::VISITOR_IDS_LAST_SYNC, static_cast<int64_t>(last_sync.count()));
+        data->ShareEntries();
+        published_record_ = data;
+        published_record_source_ = {mid,
+                                    user_identifier,
+                                    advertising_identifier,
+                                    push_identifier,
+                                    blob,
+                                    location_hint,
+                                    ids,
+                                    static_cast<int64_t>(last_sync.count())};
     }
-    if (!user_identifier.empty()) {
-        data->PutString(IdentityKeys::USER_IDENTIFIER, user_identifier);
-    }
-    if (!advertising_identifier.empty()) {
-        data->PutString(IdentityKeys::ADVERTISING_IDENTIFIER, advertising_identifier);
-    }
-    if (!push_identifier.empty()) {
-        data->PutString(IdentityKeys::PUSH_IDENTIFIER, push_identifier);
-    }
-    if (!blob.empty()) {
-        data->PutString(IdentityKeys::VISITOR_ID_BLOB, blob);
-    }
-    if (!location_hint.empty()) {
-        data->PutString(IdentityKeys::VISITOR_ID_LOCATION_HINT, location_hint);
-    }
-    if (!customer_ids.empty()) {
-        // Variants are immutable, so records may share one list.
-        data->PutVariant(IdentityKeys::VISITOR_IDS_LIST, PublishedCustomerIds());
-    }
-    data->PutLong(IdentityKeys::VISITOR_IDS_LAST_SYNC, static_cast<int64_t>(last_sync.count()));
-    return data;
+    // A fresh object each time: receivers of one response must not see what another wrote. It
+    // shares the record's entries until it is written to.
+    return std::make_shared<EventData>(*published_record_);
+}
+
+bool Identity::PublishedRecordIsCurrent(const std::shared_ptr<Variant>& ids) const {
+    const PublishedRecordSource& source = published_record_source_;
+    return published_record_ && source.customer_ids == ids &&
+           source.last_sync == static_cast<int64_t>(last_sync.count()) && source.mid == mid &&
+           source.user_identifier == user_identifier && source.advertising_identifier == advertising_identifier &&
+           source.push_identifier == push_identifier && source.blob == blob && source.location_hint == location_hint;
 }
 
 std::shared_ptr<Variant> Identity::PublishedCustomerIds() {

@@ -18,7 +18,7 @@ namespace VelmoraMobile {
 class Event : public Object {
 public:
     /// The name given to the builder, for humans.
-    const std::string& GetName() const { return name_; }
+    const std::string& GetName() const { return *name_; }
     /// Never null: an event built without data carries an empty EventData.
     const std::shared_ptr<EventData>& GetData() const { return data_; }
     /// The place of the event in the hub's order, and the version under which shared states are
@@ -34,14 +34,25 @@ public:
 
     std::string ToStringImpl(const ToStringOptions& options) const override;
 
+    /// Only EventBuilder can make one, so that an event is built in a single allocation.
+    class Passkey {
+        friend class EventBuilder;
+        Passkey() {}
+    };
+    /// `name` is an interned name that lives as long as the process, or null when `own_name`
+    /// holds the name instead.
+    Event(Passkey, const std::string* name, std::string own_name, const std::shared_ptr<EventType>& type,
+          const std::shared_ptr<EventSource>& source, const std::shared_ptr<EventData>& data, std::string pair_id,
+          int64_t timestamp_ms);
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
 private:
     friend class EventBuilder;
     friend class EventHub;
 
-    Event(const std::string& name, const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source,
-          const std::shared_ptr<EventData>& data, const std::string& pair_id, int64_t timestamp_ms);
-
-    const std::string name_;
+    const std::string own_name_;
+    const std::string* const name_;
     const std::shared_ptr<EventType> type_;
     const std::shared_ptr<EventSource> source_;
     const std::shared_ptr<EventData> data_;

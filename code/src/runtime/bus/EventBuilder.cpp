@@ -3,6 +3,9 @@
 #include <chrono>
 #include <cstdio>
 #include <random>
+#include <utility>
+
+#include "runtime/bus/EventNames.h"
 
 namespace VelmoraMobile {
 
@@ -31,7 +34,19 @@ std::string MakeRandomUuid() {
 
 EventBuilder::EventBuilder(const std::string& name, const std::shared_ptr<EventType>& type,
                            const std::shared_ptr<EventSource>& source)
-    : name_(name), type_(type), source_(source) {}
+    : name_(EventNames::Intern(name)), type_(type), source_(source) {
+    if (name_ == nullptr) {
+        own_name_ = name;
+    }
+}
+
+EventBuilder::EventBuilder(const char* name, const std::shared_ptr<EventType>& type,
+                           const std::shared_ptr<EventSource>& source)
+    : name_(EventNames::Intern(name != nullptr ? name : "")), type_(type), source_(source) {
+    if (name_ == nullptr) {
+        own_name_ = name;
+    }
+}
 
 EventBuilder& EventBuilder::SetData(const std::shared_ptr<EventData>& data) {
     data_ = data;
@@ -47,6 +62,7 @@ EventBuilder& EventBuilder::SetEventNumber(int32_t number) {
 EventBuilder& EventBuilder::SetPairID(const std::string& pair_id) {
     has_pair_id_ = true;
     pair_id_ = pair_id;
+    first_paired_.reset();
     return *this;
 }
 
@@ -54,8 +70,20 @@ std::shared_ptr<Event> EventBuilder::Build() {
     int64_t now =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
             .count();
-    std::shared_ptr<Event> event(
-        new Event(name_, type_, source_, data_, has_pair_id_ ? pair_id_ : MakeRandomUuid(), now));
+    std::string pair_id;
+    if (!has_pair_id_) {
+        pair_id = MakeRandomUuid();
+    } else if (first_paired_) {
+        pair_id = first_paired_->GetResponsePairID();
+    } else {
+        pair_id = std::move(pair_id_);
+    }
+    // Event, control block and data pointer in one allocation; name and pair id are not copied.
+    auto event = std::make_shared<Event>(Event::Passkey(), name_, name_ != nullptr ? std::string() : own_name_, type_,
+                                         source_, data_, std::move(pair_id), now);
+    if (has_pair_id_ && !first_paired_) {
+        first_paired_ = event;
+    }
     if (has_event_number_) {
         event->has_event_number_ = true;
         event->event_number_.store(event_number_, std::memory_order_relaxed);

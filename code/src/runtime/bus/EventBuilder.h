@@ -17,6 +17,8 @@ public:
     /// `name` names the event for humans; type and source decide who hears it.
     EventBuilder(const std::string& name, const std::shared_ptr<EventType>& type,
                  const std::shared_ptr<EventSource>& source);
+    /// The same, for a literal name: no string is made for it.
+    EventBuilder(const char* name, const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source);
 
     /// Shared, not copied. Null (the default) gives the event an empty EventData.
     EventBuilder& SetData(const std::shared_ptr<EventData>& data);
@@ -29,14 +31,18 @@ public:
     std::shared_ptr<Event> Build();
 
 private:
-    std::string name_;
+    // The name as kept by the process-wide table, or in own_name_ when the table is full.
+    const std::string* name_{nullptr};
+    std::string own_name_;
     std::shared_ptr<EventType> type_;
     std::shared_ptr<EventSource> source_;
     std::shared_ptr<EventData> data_;
     bool has_event_number_{false};
     int32_t event_number_{0};
     bool has_pair_id_{false};
+    // The first Build moves pair_id_ into its event; later ones copy it from that event.
     std::string pair_id_;
+    std::shared_ptr<Event> first_paired_;
 };
 
 }  // namespace VelmoraMobile

@@ -1,20 +1,22 @@
 #include "runtime/bus/EventData.h"
 
+#include <utility>
+
 #include "runtime/values/StringUtils.h"
 
 namespace VelmoraMobile {
 
 const Variant* EventData::Find(const std::string& key) const {
-    auto found = entries_.find(key);
-    return found == entries_.end() ? nullptr : found->second.get();
+    auto found = Entries().find(key);
+    return found == Entries().end() ? nullptr : found->second.get();
 }
 
 bool EventData::ContainsKey(const std::string& key) const {
-    return entries_.count(key) != 0;
+    return Entries().count(key) != 0;
 }
 
 bool EventData::IsEmpty() const {
-    return entries_.empty();
+    return Entries().empty();
 }
 
 bool EventData::GetString(const std::string& key, std::string& out) const {
@@ -43,8 +45,8 @@ bool EventData::GetStringMap(const std::string& key, std::map<std::string, std::
 }
 
 bool EventData::GetVariant(const std::string& key, std::shared_ptr<Variant>& out) const {
-    auto found = entries_.find(key);
-    if (found == entries_.end()) {
+    auto found = Entries().find(key);
+    if (found == Entries().end()) {
         return false;
     }
     out = found->second ? found->second : Variant::FromNull();
@@ -78,35 +80,61 @@ std::string EventData::OptString(const std::string& key, const std::string& fall
 }
 
 void EventData::PutBoolean(const std::string& key, bool value) {
-    entries_[key] = Variant::FromBoolean(value);
+    OwnEntries()[key] = Variant::FromBoolean(value);
 }
 
 void EventData::PutInteger(const std::string& key, int32_t value) {
-    entries_[key] = Variant::FromInteger(value);
+    OwnEntries()[key] = Variant::FromInteger(value);
 }
 
 void EventData::PutLong(const std::string& key, int64_t value) {
-    entries_[key] = Variant::FromLong(value);
+    OwnEntries()[key] = Variant::FromLong(value);
 }
 
 void EventData::PutString(const std::string& key, const std::string& value) {
-    entries_[key] = Variant::FromString(value);
+    OwnEntries()[key] = Variant::FromString(value);
 }
 
 void EventData::PutStringMap(const std::string& key, const std::map<std::string, std::string>& value) {
-    entries_[key] = Variant::FromStringMap(value);
+    OwnEntries()[key] = Variant::FromStringMap(value);
 }
 
 void EventData::PutVariant(const std::string& key, const std::shared_ptr<Variant>& value) {
-    entries_[key] = value ? value : Variant::FromNull();
+    OwnEntries()[key] = value ? value : Variant::FromNull();
 }
 
 void EventData::PutVariantMap(const std::string& key, const Variant::VariantMap& value) {
-    entries_[key] = Variant::FromVariantMap(value);
+    OwnEntries()[key] = Variant::FromVariantMap(value);
 }
 
 std::string EventData::ToStringImpl(const ToStringOptions& options) const {
-    return StringUtils::ToString(entries_, options);
+    return StringUtils::ToString(Entries(), options);
+}
+
+EventData::EventData(const EventData& other)
+    : Object(other), entries_(other.shared_ ? Variant::VariantMap() : other.entries_), shared_(other.shared_) {}
+
+EventData& EventData::operator=(const EventData& other) {
+    if (this != &other) {
+        entries_ = other.shared_ ? Variant::VariantMap() : other.entries_;
+        shared_ = other.shared_;
+    }
+    return *this;
+}
+
+void EventData::ShareEntries() {
+    if (!shared_) {
+        shared_ = std::make_shared<const Variant::VariantMap>(std::move(entries_));
+        entries_.clear();
+    }
+}
+
+Variant::VariantMap& EventData::OwnEntries() {
+    if (shared_) {
+        entries_ = *shared_;
+        shared_.reset();
+    }
+    return entries_;
 }
 
 }  // namespace VelmoraMobile

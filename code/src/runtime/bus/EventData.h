@@ -23,6 +23,16 @@ namespace VelmoraMobile {
 class EventData : public Object {
 public:
     EventData() = default;
+    /// A copy is its own: what is written to it afterwards the original does not see, and the
+    /// other way round. A copy of data whose entries are shared (ShareEntries) shares them too,
+    /// and copies them only at its first write.
+    EventData(const EventData& other);
+    EventData& operator=(const EventData& other);
+
+    /// Moves the entries into a block that copies of this data share, read-only, so that a
+    /// record handed out many times is copied without copying its entries. On the thread that
+    /// fills the data, before it is handed out; writes afterwards still work (copy-on-write).
+    void ShareEntries();
 
     bool ContainsKey(const std::string& key) const;
     bool IsEmpty() const;
@@ -55,14 +65,19 @@ public:
     void PutVariantMap(const std::string& key, const Variant::VariantMap& value);
 
     /// Every entry, for callers that walk the whole payload.
-    const Variant::VariantMap& GetEntries() const { return entries_; }
+    const Variant::VariantMap& GetEntries() const { return Entries(); }
 
     std::string ToStringImpl(const ToStringOptions& options) const override;
 
 private:
     const Variant* Find(const std::string& key) const;
+    const Variant::VariantMap& Entries() const { return shared_ ? *shared_ : entries_; }
+    /// The entries to write to; shared ones are copied first.
+    Variant::VariantMap& OwnEntries();
 
     Variant::VariantMap entries_;
+    // When set, the entries (entries_ is empty then); never written through.
+    std::shared_ptr<const Variant::VariantMap> shared_;
 };
 
 template <typename T>

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/bus/EventDataKeys.h"
+#include "runtime/bus/ReusingQueue.h"
 #include "runtime/bus/SharedStatePending.h"
 #include "runtime/bus/ThreadPoolTaskExecutor.h"
 #include "runtime/values/Log.h"
@@ -76,7 +76,7 @@ struct EventHub::Core {
 
     std::mutex mutex;
     std::condition_variable wake;
-    std::deque<Item> queue;
+    ReusingQueue<Item> queue;
     int32_t last_event_number{0};
     bool accepting_events{true};
     bool shutdown_started{false};
@@ -87,6 +87,10 @@ struct EventHub::Core {
     std::map<std::string, ModuleRecord> modules;
     std::map<std::string, StateVersions> states;
     OneTimeListeners one_time_listeners;
+    // Nodes of fired listeners, emptied, with their key string and vector kept for the next one:
+    // a request's listener then costs no allocation of the hub's. At most MAX_SPARE_NODES.
+    std::vector<OneTimeListeners::node_type> spare_nodes;
+    static constexpr size_t MAX_SPARE_NODES = 16;
     std::vector<std::weak_ptr<Module>> all_modules;
 
     // Touched by the delivery thread only.
@@ -110,6 +114,7 @@ EventHub::EventHub(std::shared_ptr<PlatformServicesInterface> platform_services,
     core_->platform_services = std::move(platform_services);
     core_->owns_executor = !task_executor;
     core_->executor = task_executor ? std::move(task_executor) : std::make_shared<ThreadPoolTaskExecutor>();
+    core_->spare_nodes.reserve(Core::MAX_SPARE_NODES);
     core_->thread = std::thread(&EventHub::DeliveryLoop, core_);
 }
 
@@ -235,8 +240,24 @@ void EventHub::RegisterOneTimeListener(size_t module_type, const std::shared_ptr
     {
         std::lock_guard<std::mutex> lock(core_->mutex);
         if (core_->accepting_events) {
-            core_->one_time_listeners[Core::OneTimeKey{Address(type.get()), Address(source.get()), pair_id}].push_back(
-                Core::OneTimeListener{module_type, callback});
+            const Core::OneTimeLookup lookup{Address(type.get()), Address(source.get()), pair_id};
+            auto found = core_->one_time_listeners.find(lookup);
+            if (found == core_->one_time_listeners.end()) {
+                if (core_->spare_nodes.empty()) {
+                    found = core_->one_time_listeners
+                                .emplace(Core::OneTimeKey{std::get<0>(lookup), std::get<1>(lookup), pair_id},
+                                         std::vector<Core::OneTimeListener>())
+                                .first;
+                } else {
+                    Core::OneTimeListeners::node_type node = std::move(core_->spare_nodes.back());
+                    core_->spare_nodes.pop_back();
+                    std::get<0>(node.key()) = std::get<0>(lookup);
+                    std::get<1>(node.key()) = std::get<1>(lookup);
+                    std::get<2>(node.key()).assign(pair_id);
+                    found = core_->one_time_listeners.insert(std::move(node)).position;
+                }
+            }
+            found->second.push_back(Core::OneTimeListener{module_type, callback});
             return;
         }
     }
@@ -582,7 +603,7 @@ void EventHub::Deliver(Core& core, const std::shared_ptr<Event>& event) {
         module->NotifyListeners(event);
         module->NotifyWildCardListener(event);
     }
-    std::vector<Core::OneTimeListener> fired;
+    Core::OneTimeListeners::node_type fired;
     {
         std::lock_guard<std::mutex> lock(core.mutex);
         if (!core.one_time_listeners.empty()) {
@@ -590,14 +611,22 @@ void EventHub::Deliver(Core& core, const std::shared_ptr<Event>& event) {
                                                                           Address(event->GetEventSource().get()),
                                                                           event->GetResponsePairID()});
             if (found != core.one_time_listeners.end()) {
-                fired.swap(found->second);
-                core.one_time_listeners.erase(found);
+                fired = core.one_time_listeners.extract(found);
             }
         }
     }
-    for (const auto& listener : fired) {
+    if (fired.empty()) {
+        return;
+    }
+    for (const auto& listener : fired.mapped()) {
         TryCatch([&] { listener.callback(event); },
                  [&](SdkError& error) { Log::Warning(LOG_TAG, "A one-time listener failed: %s", error); });
+    }
+    // The callbacks' captures go outside the lock; the emptied node serves the next listener.
+    fired.mapped().clear();
+    std::lock_guard<std::mutex> lock(core.mutex);
+    if (core.spare_nodes.size() < Core::MAX_SPARE_NODES) {
+        core.spare_nodes.push_back(std::move(fired));
     }
 }
 

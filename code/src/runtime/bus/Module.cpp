@@ -2,6 +2,8 @@
 
 #include <array>
 #include <typeinfo>
+#include <unordered_map>
+#include <utility>
 
 #include "runtime/bus/EventHub.h"
 #include "runtime/values/Log.h"
@@ -19,9 +21,48 @@ uintptr_t Address(const void* pointer) {
 
 }  // namespace
 
+// The modules whose task runners may be queued on an executor, by a number never used twice.
+class Module::LiveModules {
+public:
+    static uint64_t Add(const std::shared_ptr<Module>& module) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        const uint64_t id = ++registry.last_id;
+        registry.modules.emplace(id, module);
+        return id;
+    }
+    static std::shared_ptr<Module> Find(uint64_t id) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        auto found = registry.modules.find(id);
+        return found == registry.modules.end() ? nullptr : found->second.lock();
+    }
+    static void Remove(uint64_t id) {
+        Registry& registry = Get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        registry.modules.erase(id);
+    }
+
+private:
+    struct Registry {
+        std::mutex mutex;
+        uint64_t last_id{0};
+        std::unordered_map<uint64_t, std::weak_ptr<Module>> modules;
+    };
+    // Never destroyed: runners may still look modules up while the process exits.
+    static Registry& Get() {
+        static Registry* const registry = new Registry();
+        return *registry;
+    }
+};
+
 Module::Module(const std::string& name) : module_name_(name) {}
 
-Module::~Module() = default;
+Module::~Module() {
+    if (runner_id_ != 0) {
+        LiveModules::Remove(runner_id_);
+    }
+}
 
 bool Module::IsRegistered() {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -77,24 +118,27 @@ void Module::UnregisterWildCardListener() {
     }
 }
 
-void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task) {
-    AddTaskToQueue(name, task, ModuleTaskOptions());
+void Module::AddTaskToQueue(const char* name, std::function<void()> task) {
+    AddTaskToQueue(name, std::move(task), ModuleTaskOptions());
 }
 
-void Module::AddTaskToQueue(const std::string& name, const std::function<void()>& task,
-                            const ModuleTaskOptions& options) {
+void Module::AddTaskToQueue(const char* name, std::function<void()> task, const ModuleTaskOptions& options) {
     if (!task) {
         return;
     }
+    EnqueueTask(QueuedTask(name, std::move(task)), options);
+}
+
+void Module::EnqueueTask(QueuedTask task, const ModuleTaskOptions& options) {
     std::unique_lock<std::mutex> lock(mutex_);
     bool accepted = task_queue_state_ == TaskQueueState::WAITING || task_queue_state_ == TaskQueueState::OPEN ||
                     (task_queue_state_ == TaskQueueState::CLOSING && options.required_for_unregistration);
     if (!accepted) {
         lock.unlock();
-        Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, name);
+        Log::Debug(LOG_TAG, "Module %s is unregistering: task %s dropped", module_name_, task.Name());
         return;
     }
-    task_queue_.emplace_back(name, task);
+    task_queue_.push_back(std::move(task));
     if (task_queue_state_ != TaskQueueState::WAITING && !runner_active_) {
         SubmitRunnerLocked(lock);
     }
@@ -103,41 +147,61 @@ void Module::AddTaskToQueue(const std::string& name, const std::function<void()>
 void Module::SubmitRunnerLocked(std::unique_lock<std::mutex>& lock) {
     std::shared_ptr<TaskExecutorInterface> executor = task_executor_.lock();
     std::shared_ptr<Module> self = std::dynamic_pointer_cast<Module>(SharedPtrToThisObjectInterface());
+    if (self && runner_id_ == 0) {
+        runner_id_ = LiveModules::Add(self);
+    }
     if (!executor || !self) {
         runner_active_ = false;
         return;
     }
-    // One runner at a time is what keeps the module's tasks from overlapping.
+    // One runner at a time is what keeps the module's tasks from overlapping. Queued tasks keep
+    // the module alive until they have run (or AbandonTasks drops them).
     runner_active_ = true;
+    runner_owner_ = self;
+    const uint64_t id = runner_id_;
     lock.unlock();
-    bool accepted = executor->Execute([self] { self->RunNextTask(); });
+    // The runner holds the module's number alone, which the function stores without an
+    // allocation, and finds the module when it runs: after AbandonTasks it may be gone.
+    bool accepted = executor->Execute([id] {
+        if (std::shared_ptr<Module> module = LiveModules::Find(id)) {
+            module->RunNextTask();
+        }
+    });
     lock.lock();
     if (!accepted) {
         runner_active_ = false;
+        // Goes with `self`, as the refused runner would have.
+        runner_owner_.swap(self);
     }
 }
 
 void Module::RunNextTask() {
-    std::pair<std::string, std::function<void()>> task;
+    // The runner that called this holds the module too, so dropping this reference under the
+    // lock cannot end the module.
+    std::shared_ptr<Module> owner;
+    QueuedTask task;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (task_queue_.empty()) {
             runner_active_ = false;
+            owner.swap(runner_owner_);
             CloseIfDrainedLocked();
             return;
         }
         task = std::move(task_queue_.front());
         task_queue_.pop_front();
     }
-    TryCatch(task.second, [&](SdkError& error) {
-        Log::Warning(LOG_TAG, "Task %s of module %s failed: %s", task.first, module_name_, error);
-    });
+    TryCatch([&task] { task.Run(); },
+             [&](SdkError& error) {
+                 Log::Warning(LOG_TAG, "Task %s of module %s failed: %s", task.Name(), module_name_, error);
+             });
     // The task's captures go before the next task starts, outside the lock.
-    task.second = nullptr;
+    task.Reset();
 
     std::unique_lock<std::mutex> lock(mutex_);
     if (task_queue_.empty()) {
         runner_active_ = false;
+        owner.swap(runner_owner_);
         CloseIfDrainedLocked();
         return;
     }
@@ -441,12 +505,14 @@ bool Module::WaitUntilUnregistered(std::chrono::steady_clock::time_point until) 
 }
 
 void Module::AbandonTasks() {
-    std::deque<std::pair<std::string, std::function<void()>>> dropped;
+    std::shared_ptr<Module> owner;
+    std::deque<QueuedTask> dropped;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         dropped.swap(task_queue_);
         task_queue_state_ = TaskQueueState::CLOSED;
         runner_active_ = false;
+        owner.swap(runner_owner_);
         unregistration_hooks_done_ = true;
         closed_.notify_all();
     }

@@ -8,8 +8,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -52,6 +54,12 @@ class Rule;
 /// - The shared state operations, RegisterListener, CreateDispatcher and the getters may be
 ///   called on any thread.
 class Module : public virtual Object {
+    // A callable other than std::function (which has its own overload) or a null pointer.
+    template <typename Task>
+    using IsClosure = std::integral_constant<bool, !std::is_same<std::decay_t<Task>, std::function<void()>>::value &&
+                                                       !std::is_pointer<std::decay_t<Task>>::value &&
+                                                       std::is_invocable_r<void, std::decay_t<Task>&>::value>;
+
 public:
     /// The task belongs to the unregistration: it runs although OnUnregistered has returned.
     static constexpr ModuleTaskOptions REQUIRED_FOR_UNREGISTRATION{true};
@@ -77,11 +85,17 @@ public:
     /// Removes the listeners of that type and source, whatever their pair id.
     virtual void UnregisterListener(const std::shared_ptr<EventType>& type, const std::shared_ptr<EventSource>& source);
     virtual void UnregisterWildCardListener();
-    /// Appends `task`; `name` only shows in diagnostics. Dropped once unregistration has begun.
-    virtual void AddTaskToQueue(const std::string& name, const std::function<void()>& task);
+    /// Appends `task`; `name` only shows in diagnostics and is kept, not copied: pass a literal
+    /// (or a string that lives as long as the module). Dropped once unregistration has begun.
+    virtual void AddTaskToQueue(const char* name, std::function<void()> task);
     /// The same; with REQUIRED_FOR_UNREGISTRATION the task is taken also during unregistration.
-    virtual void AddTaskToQueue(const std::string& name, const std::function<void()>& task,
-                                const ModuleTaskOptions& options);
+    virtual void AddTaskToQueue(const char* name, std::function<void()> task, const ModuleTaskOptions& options);
+    /// The same for a closure, kept in the queue itself when it is small (a few pointers and
+    /// shared pointers), so that queueing it allocates nothing.
+    template <typename Task, typename = std::enable_if_t<IsClosure<Task>::value>>
+    void AddTaskToQueue(const char* name, Task&& task, const ModuleTaskOptions& options = ModuleTaskOptions()) {
+        EnqueueTask(QueuedTask(name, std::forward<Task>(task)), options);
+    }
     /// Publishes `data` under GetSharedStateName() at `version`, which must be above every
     /// version this module has used. SHARED_STATE_PENDING announces a state still to come.
     virtual bool CreateSharedState(int32_t version, const std::shared_ptr<EventData>& data);
@@ -152,6 +166,91 @@ private:
     friend class EventHub;
 
     enum class TaskQueueState { WAITING, OPEN, CLOSING, CLOSED };
+
+    // A queued task and its name. A closure that fits CAPACITY is held in place, a larger one on
+    // the heap. Move-only; used under the module's lock, run outside it.
+    class QueuedTask {
+    public:
+        static constexpr size_t CAPACITY = 48;
+
+        QueuedTask() = default;
+        template <typename Task>
+        QueuedTask(const char* name, Task&& task) : name_(name != nullptr ? name : "") {
+            using Held = std::decay_t<Task>;
+            if constexpr (sizeof(Held) <= CAPACITY && alignof(Held) <= alignof(std::max_align_t) &&
+                          std::is_nothrow_move_constructible<Held>::value) {
+                new (storage_) Held(std::forward<Task>(task));
+                operate_ = &InPlace<Held>;
+            } else {
+                *reinterpret_cast<Held**>(storage_) = new Held(std::forward<Task>(task));
+                operate_ = &OnHeap<Held>;
+            }
+        }
+        QueuedTask(QueuedTask&& other) noexcept : name_(other.name_), operate_(other.operate_) {
+            if (operate_ != nullptr) {
+                operate_(Operation::MOVE, other.storage_, storage_);
+                other.operate_ = nullptr;
+            }
+        }
+        QueuedTask& operator=(QueuedTask&& other) noexcept {
+            if (this != &other) {
+                Reset();
+                name_ = other.name_;
+                operate_ = other.operate_;
+                if (operate_ != nullptr) {
+                    operate_(Operation::MOVE, other.storage_, storage_);
+                    other.operate_ = nullptr;
+                }
+            }
+            return *this;
+        }
+        QueuedTask(const QueuedTask&) = delete;
+        QueuedTask& operator=(const QueuedTask&) = delete;
+        ~QueuedTask() { Reset(); }
+
+        const char* Name() const { return name_; }
+        /// Runs the task; what it throws goes to the caller.
+        void Run() { operate_(Operation::RUN, storage_, nullptr); }
+        /// Destroys the closure and what it holds.
+        void Reset() {
+            if (operate_ != nullptr) {
+                operate_(Operation::DESTROY, storage_, nullptr);
+                operate_ = nullptr;
+            }
+        }
+
+    private:
+        enum class Operation { RUN, MOVE, DESTROY };
+
+        template <typename Held>
+        static void InPlace(Operation operation, void* self, void* target) {
+            Held* held = std::launder(reinterpret_cast<Held*>(self));
+            switch (operation) {
+                case Operation::RUN: (*held)(); break;
+                case Operation::MOVE:
+                    new (target) Held(std::move(*held));
+                    held->~Held();
+                    break;
+                case Operation::DESTROY: held->~Held(); break;
+            }
+        }
+        template <typename Held>
+        static void OnHeap(Operation operation, void* self, void* target) {
+            Held*& held = *reinterpret_cast<Held**>(self);
+            switch (operation) {
+                case Operation::RUN: (*held)(); break;
+                case Operation::MOVE: *reinterpret_cast<Held**>(target) = held; break;
+                case Operation::DESTROY: delete held; break;
+            }
+        }
+
+        const char* name_{""};
+        void (*operate_)(Operation, void*, void*){nullptr};
+        alignas(std::max_align_t) unsigned char storage_[CAPACITY];
+    };
+
+    void EnqueueTask(QueuedTask task, const ModuleTaskOptions& options);
+    class LiveModules;
     // Type and source by address (they are singletons), then the pair id.
     using ListenerKey = std::tuple<uintptr_t, uintptr_t, std::string>;
 
@@ -181,9 +280,14 @@ private:
     std::vector<std::shared_ptr<ModuleEventDispatcherBase>> dispatchers_;
     std::vector<std::shared_ptr<Rule>> rules_;
     std::vector<std::shared_ptr<ModuleEventProcessorBase>> processors_;
-    std::deque<std::pair<std::string, std::function<void()>>> task_queue_;
+    std::deque<QueuedTask> task_queue_;
     TaskQueueState task_queue_state_{TaskQueueState::WAITING};
     bool runner_active_{false};
+    // This module's number among the live modules (0 until its first runner), so that a runner
+    // on the executor does not have to own the module.
+    uint64_t runner_id_{0};
+    // This module while a runner is queued or running.
+    std::shared_ptr<Module> runner_owner_;
     bool attached_{false};
     bool registered_{false};
     bool unregistration_begun_{false};

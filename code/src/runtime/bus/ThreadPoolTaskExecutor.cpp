@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <deque>
 
+#include "runtime/bus/ReusingQueue.h"
 #include "runtime/values/Log.h"
 #include "runtime/values/ThreadName.h"
 #include "runtime/values/TryCatch.h"
@@ -17,7 +17,7 @@ const char* const LOG_TAG = "TaskExecutor";
 struct ThreadPoolTaskExecutor::Shared {
     std::mutex mutex;
     std::condition_variable wake;
-    std::deque<std::function<void()>> tasks;
+    ReusingQueue<std::function<void()>> tasks;
     bool stopping{false};
     // Workers that have left their loop, so joining them cannot block.
     std::condition_variable exited;
@@ -72,7 +72,7 @@ bool ThreadPoolTaskExecutor::Shutdown(std::chrono::milliseconds deadline) {
 }
 
 bool ThreadPoolTaskExecutor::Stop(const std::chrono::steady_clock::time_point* until) {
-    std::deque<std::function<void()>> dropped;
+    ReusingQueue<std::function<void()>> dropped;
     {
         std::lock_guard<std::mutex> lock(shared_->mutex);
         shared_->stopping = true;

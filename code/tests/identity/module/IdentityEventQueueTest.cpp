@@ -60,6 +60,7 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnsw
     EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);
     EXPECT_NE(first_response->GetData(), second_response->GetData());
     first_response->GetData()->PutString("mid", "written by one receiver");
+    EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);  // the writer keeps the rest
     EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
     EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
 }

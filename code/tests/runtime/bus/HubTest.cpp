@@ -121,6 +121,21 @@ TEST_F(HubTest, OneTimeListenerFiresOnceAndPairBoundListenersHearOnlyTheirPair) 
     EXPECT_EQ(recorder->EventsOf(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).size(), 3u);
     ASSERT_EQ(paired->Events().size(), 1u);
     EXPECT_EQ(paired->Events()[0]->GetName(), "p-1");
+
+    // The next listener hears its own pair only, not the pair of the one that fired before it.
+    std::atomic<Event*> next_answered{nullptr};
+    hub->RegisterOneTimeListener<RecordingModule>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY, "pair-2",
+                                                  [&](const std::shared_ptr<Event>& e) { next_answered = e.get(); });
+    hub->Dispatch(response(EventSource::RESPONSE_IDENTITY, "pair"));
+    auto second = response(EventSource::RESPONSE_IDENTITY, "pair-2");
+    hub->Dispatch(second);
+    ASSERT_TRUE(recorder->Sync(*hub));
+    EXPECT_EQ(next_answered.load(), second.get());
+    // A builder gives its pair id to every event it builds.
+    EventBuilder twice("twice", PingType(), PingSource());
+    twice.SetPairID("p-twice");
+    EXPECT_EQ(twice.Build()->GetResponsePairID(), "p-twice");
+    EXPECT_EQ(twice.Build()->GetResponsePairID(), "p-twice");
 }
 
 TEST_F(HubTest, UnknownIsNullPendingIsTheMarkerAndTheResolutionReachesBack) {
