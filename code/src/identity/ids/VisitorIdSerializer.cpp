@@ -1,6 +1,7 @@
 #include "identity/ids/VisitorIdSerializer.h"
 
 #include <string>
+#include <utility>
 
 #include "runtime/values/DebugInfo.h"
 #include "runtime/values/SdkError.h"
@@ -61,7 +62,7 @@ std::shared_ptr<Variant> VisitorIdSerializer::Serialize(const VisitorId& value) 
     map[KEY_ID_TYPE] = Variant::FromString(value.id_type);
     map[KEY_ID] = Variant::FromString(value.id);
     map[KEY_AUTHENTICATION_STATE] = Variant::FromInteger(static_cast<int32_t>(value.authentication_state));
-    return Variant::FromVariantMap(map);
+    return Variant::FromVariantMap(std::move(map));
 }
 
 template <>
