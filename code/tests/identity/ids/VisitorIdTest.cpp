@@ -64,7 +64,7 @@ TEST(VisitorIdTest, ListRoundTripKeepsOrderNullsAndFields) {
     EXPECT_EQ(list[0]->id_origin + "|" + list[0]->id_type + "|" + list[0]->id, "o1|a.b|");
     EXPECT_EQ(list[0]->authentication_state, State::AUTHENTICATED);
     EXPECT_EQ(list[1], nullptr);
-    EXPECT_EQ(list[2]->id, "v2");
+    EXPECT_EQ(list[2]->id_origin + "|" + list[2]->id, "|v2");
     EXPECT_EQ(static_cast<int>(list[2]->authentication_state), 9);
 }
 
