@@ -6,6 +6,7 @@
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/AllocationCounter.h"
 #include "bench/support/BenchCore.h"
 #include "bench/support/Figures.h"
 #include "bench/support/SyncCounter.h"
@@ -37,22 +39,44 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+// CPU time of the whole process (every thread: the core's, and the test server's if it works
+// meanwhile), in milliseconds. On a shared machine it moves less than the wall time.
+double ProcessCpuMs() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
 // Milliseconds from constructing a core on `folder` to the MID in hand; the median of Starts().
-// `syncs` gets the syncs to disk made before the answer, per start.
-double StartToFirstAnswer(const std::string& folder, const std::string& server, double* syncs = nullptr) {
+// `syncs` gets the syncs to disk made before the answer, per start; `cpu` the median CPU time
+// of the process over the same span, and `allocations` the median count of operator new calls.
+double StartToFirstAnswer(const std::string& folder, const std::string& server, double* syncs = nullptr,
+                          double* cpu = nullptr, double* allocations = nullptr) {
     std::vector<double> times;
+    std::vector<double> cpu_times;
+    std::vector<double> allocation_counts;
     uint64_t synced = 0;
     for (int i = 0; i < Starts(); ++i) {
         const uint64_t before = SyncCounter::Count();
+        const double cpu_before = ProcessCpuMs();
+        const uint64_t allocations_before = AllocationCounter::Count();
         auto start = Clock::now();
         Core core(BenchOptions(folder, server));
         AskMid(*core.IdentityApi());
         times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        cpu_times.push_back(ProcessCpuMs() - cpu_before);
+        allocation_counts.push_back(static_cast<double>(AllocationCounter::Count() - allocations_before));
         synced += SyncCounter::Count() - before;
         core.Stop();
     }
     if (syncs != nullptr) {
         *syncs = static_cast<double>(synced) / Starts();
+    }
+    if (cpu != nullptr) {
+        *cpu = Median(cpu_times);
+    }
+    if (allocations != nullptr) {
+        *allocations = Median(allocation_counts);
     }
     return Median(times);
 }
@@ -125,8 +149,12 @@ void BM_ColdStartWith1000Ids(benchmark::State& state) {
     VelmoraTestServer::TestIdentityServer server;
     for (auto _ : state) {
         double syncs = 0;
-        Figures::Record("cold", StartToFirstAnswer(folder.Path(), server.Host(), &syncs));
+        double cpu = 0;
+        double allocations = 0;
+        Figures::Record("cold", StartToFirstAnswer(folder.Path(), server.Host(), &syncs, &cpu, &allocations));
+        Figures::Record("cold/allocations", allocations);
         Figures::Record("cold/syncs", syncs);
+        Figures::Record("cold/cpu", cpu);
         Figures::Record("cold/bare", OpenAndRead(folder.Path()));
     }
 }
@@ -137,7 +165,9 @@ void BM_ColdStartWith1000IdsWithoutDisk(benchmark::State& state) {
     StoreCustomerIds(folder.Path(), 1000);
     VelmoraTestServer::TestIdentityServer server;
     for (auto _ : state) {
-        Figures::Record("cold/shm", StartToFirstAnswer(folder.Path(), server.Host()));
+        double cpu = 0;
+        Figures::Record("cold/shm", StartToFirstAnswer(folder.Path(), server.Host(), nullptr, &cpu));
+        Figures::Record("cold/shm/cpu", cpu);
         Figures::Record("cold/shm/bare", OpenAndRead(folder.Path()));
     }
 }
@@ -180,6 +210,9 @@ void Report() {
     Figures::Compare("cold start to the first answer, 1,000 stored customer ids", "cold", "cold/bare", "ms", "<= 3 ms");
     Figures::Compare("the same in memory-backed folders (/dev/shm)", "cold/shm", "cold/shm/bare", "ms", "<= 3 ms");
     Figures::Show("syncs to disk before that first answer", "cold/syncs", "per start", "");
+    Figures::Show("CPU time of the process over that start (all threads)", "cold/cpu", "ms", "");
+    Figures::Show("the same in memory-backed folders", "cold/shm/cpu", "ms", "");
+    Figures::Show("heap allocations (operator new, all threads) over that start", "cold/allocations", "", "");
     Figures::Compare("start-up with 10,000 queued rows, against none", "queued", "queued/none", "ms", "<= 2x");
     Figures::Compare("syncs to disk before that first answer, 10,000 queued rows against none", "queued/syncs",
                      "queued/none/syncs", "per start", "");

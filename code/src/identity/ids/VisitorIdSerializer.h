@@ -23,6 +23,9 @@ public:
     Expected<std::shared_ptr<VisitorId>> Deserialize(const Variant& variant) const override;
 
     std::shared_ptr<Variant> Serialize(const VisitorId& value) const override;
+    /// The bus form of `value`, with the given leaves for its origin and state.
+    static std::shared_ptr<Variant> MapOf(const VisitorId& value, std::shared_ptr<Variant> id_origin,
+                                          std::shared_ptr<Variant> authentication_state);
 };
 
 /// Lists of customer ids with VisitorIdSerializer; see the serializer-taking forms in Variant.h.

@@ -60,19 +60,22 @@ void Identity::SavePersistently() {
         Log::Trace(LOG_PREFIX.c_str(), "saving into persistence failed. null data store");
         return;
     }
-    if (customer_ids.empty()) {
-        store->Remove(Keys::VISITOR_IDS_STRING);
-    } else {
-        store->SetString(Keys::VISITOR_IDS_STRING, ConvertVisitorIdObjectsVisitorIDsString(customer_ids));
-    }
-    SetOrRemove(*store, Keys::ONDARA_CLOUD_ID, mid);
-    SetOrRemove(*store, Keys::VISITOR_ID, user_identifier);
-    SetOrRemove(*store, Keys::ADVERTISING_IDENTIFIER, advertising_identifier);
-    SetOrRemove(*store, Keys::LOCATION_HINT, location_hint);
-    SetOrRemove(*store, Keys::BLOB, blob);
-    // Zero is a real answer of the server, so both numbers are always written.
-    store->SetLong(Keys::TTL, ttl.count());
-    store->SetLong(Keys::LAST_SYNC, last_sync.count());
+    // One commit for the whole image: a sync that changes several values waits for the disk once.
+    store->WriteTogether([&] {
+        if (customer_ids.empty()) {
+            store->Remove(Keys::VISITOR_IDS_STRING);
+        } else {
+            store->SetString(Keys::VISITOR_IDS_STRING, ConvertVisitorIdObjectsVisitorIDsString(customer_ids));
+        }
+        SetOrRemove(*store, Keys::ONDARA_CLOUD_ID, mid);
+        SetOrRemove(*store, Keys::VISITOR_ID, user_identifier);
+        SetOrRemove(*store, Keys::ADVERTISING_IDENTIFIER, advertising_identifier);
+        SetOrRemove(*store, Keys::LOCATION_HINT, location_hint);
+        SetOrRemove(*store, Keys::BLOB, blob);
+        // Zero is a real answer of the server, so both numbers are always written.
+        store->SetLong(Keys::TTL, ttl.count());
+        store->SetLong(Keys::LAST_SYNC, last_sync.count());
+    });
 }
 
 void Identity::LoadDefaultValues() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "runtime/values/Object.h"
@@ -21,6 +22,10 @@ public:
     virtual bool Contains(const std::string& key) = 0;
     virtual void Remove(const std::string& key) = 0;
     virtual void RemoveAll() = 0;
+    /// Runs `writes`, calls of this store's setters and removers made on this thread, as one
+    /// unit: they are durable together when this returns (not each when its own call returns),
+    /// at the cost of one commit. By default they simply run one after the other.
+    virtual void WriteTogether(const std::function<void()>& writes) { writes(); }
 };
 
 }  // namespace VelmoraMobile

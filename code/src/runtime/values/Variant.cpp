@@ -1,6 +1,7 @@
 #include "runtime/values/Variant.h"
 
 #include <sstream>
+#include <utility>
 
 #include "runtime/values/StringUtils.h"
 
@@ -55,10 +56,24 @@ std::shared_ptr<Variant> Variant::FromVariantVector(const VariantVector& value) 
     return v;
 }
 
+std::shared_ptr<Variant> Variant::FromVariantVector(VariantVector&& value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::VECTOR;
+    v->vector_ = std::move(value);
+    return v;
+}
+
 std::shared_ptr<Variant> Variant::FromVariantMap(const VariantMap& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::MAP;
     v->map_ = value;
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromVariantMap(VariantMap&& value) {
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::MAP;
+    v->map_ = std::move(value);
     return v;
 }
 
@@ -67,7 +82,7 @@ std::shared_ptr<Variant> Variant::FromStringMap(const std::map<std::string, std:
     for (const auto& entry : value) {
         map.emplace(entry.first, FromString(entry.second));
     }
-    return FromVariantMap(map);
+    return FromVariantMap(std::move(map));
 }
 
 VariantKind Variant::GetKind() const {

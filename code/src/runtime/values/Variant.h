@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "runtime/values/Expected.h"
@@ -37,7 +38,9 @@ public:
     static std::shared_ptr<Variant> FromBoolean(bool value);
     static std::shared_ptr<Variant> FromDouble(double value);
     static std::shared_ptr<Variant> FromVariantVector(const VariantVector& value);
+    static std::shared_ptr<Variant> FromVariantVector(VariantVector&& value);
     static std::shared_ptr<Variant> FromVariantMap(const VariantMap& value);
+    static std::shared_ptr<Variant> FromVariantMap(VariantMap&& value);
     static std::shared_ptr<Variant> FromStringMap(const std::map<std::string, std::string>& value);
 
     virtual VariantKind GetKind() const;
@@ -89,7 +92,7 @@ std::shared_ptr<Variant> Variant::FromTypedVector(const std::vector<std::shared_
     for (const auto& element : values) {
         result.push_back(element ? serializer->Serialize(*element) : FromNull());
     }
-    return FromVariantVector(result);
+    return FromVariantVector(std::move(result));
 }
 
 template <typename T>

@@ -5,6 +5,7 @@
 
 #include "runtime/services/PlatformServices.h"
 #include "runtime/services/storage/SqliteLocalStorageService.h"
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
 
@@ -60,6 +61,32 @@ TEST(DataStoreTest, TypedValuesAndRemovalsSurviveReopeningInTheirOwnStore) {
     EXPECT_EQ(store->GetString("count", ""), "7");
     EXPECT_EQ(store->GetLong("count", 0), 0);
     EXPECT_FALSE(OpenStore(dir.Path(), "other")->Contains("text"));
+}
+
+// One commit for all the writes: none is seen by another reader before the end, all are
+// there after it, and a nested unit joins the outer one.
+TEST(DataStoreTest, WritesTogetherCommitAsOneUnitWhenTheCallReturns) {
+    TempDir dir;
+    const std::string path = dir.File(SqliteLocalStorageService::FILE_NAME);
+    const std::string count_sql = "SELECT COUNT(*) FROM data_stores WHERE store = 's' AND key IN ('a', 'b')";
+    auto store = OpenStore(dir.Path(), "s");
+    ASSERT_TRUE(store);
+    store->SetString("gone", "x");
+    VelmoraTest::SqlTextRows seen_inside;
+    store->WriteTogether([&] {
+        store->SetString("a", "1");
+        store->WriteTogether([&] { store->SetLong("b", 2); });
+        store->Remove("gone");
+        EXPECT_EQ(store->GetString("a", ""), "1");  // the unit reads its own writes
+        seen_inside = VelmoraTest::SqlRows(path, count_sql);
+    });
+    EXPECT_EQ(seen_inside, VelmoraTest::SqlTextRows({{"0"}}));
+    EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"2"}}));
+    store.reset();
+    auto reopened = OpenStore(dir.Path(), "s");
+    EXPECT_EQ(reopened->GetString("a", ""), "1");
+    EXPECT_EQ(reopened->GetLong("b", 0), 2);
+    EXPECT_FALSE(reopened->Contains("gone"));
 }
 
 TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderKeepsValuesInMemory) {

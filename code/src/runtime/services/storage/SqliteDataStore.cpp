@@ -57,4 +57,8 @@ void SqliteDataStore::RemoveAll() {
     file_->RemoveAll(name_);
 }
 
+void SqliteDataStore::WriteTogether(const std::function<void()>& writes) {
+    file_->WriteTogether(writes);
+}
+
 }  // namespace VelmoraMobile

@@ -29,6 +29,8 @@ public:
     void Remove(const std::string& key) override;
     /// Removes every key of this store (other stores keep theirs).
     void RemoveAll() override;
+    /// One transaction of the store file for all of `writes`, synced before it returns.
+    void WriteTogether(const std::function<void()>& writes) override;
 
     const std::string& GetName() const { return name_; }
 

@@ -87,7 +87,7 @@ std::shared_ptr<SqliteStoreFile> SqliteStoreFile::Open(const std::string& path) 
 }
 
 bool SqliteStoreFile::IsInMemory() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
     return in_memory_;
 }
 
@@ -294,7 +294,7 @@ bool SqliteStoreFile::Write(const std::string& store, const std::string& key, co
         Log::Error(kLogTag, "Data store write refused: value or key too long (%s)", path_);
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (!EnsureOpen()) {
             return false;
@@ -316,6 +316,10 @@ bool SqliteStoreFile::Write(const std::string& store, const std::string& key, co
         if (code == SQLITE_DONE) {
             return true;
         }
+        if (batching_) {
+            batch_failed_ = true;
+            break;
+        }
         if (!RecoverFrom(code, "write")) {
             return false;
         }
@@ -327,7 +331,7 @@ std::optional<SqliteStoreFile::Value> SqliteStoreFile::Read(const std::string& s
     if (!Fits(store) || !Fits(key)) {
         return std::nullopt;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (!EnsureOpen()) {
             return std::nullopt;
@@ -353,11 +357,46 @@ std::optional<SqliteStoreFile::Value> SqliteStoreFile::Read(const std::string& s
         if (code == SQLITE_DONE) {
             return std::nullopt;
         }
+        if (batching_) {
+            batch_failed_ = true;
+            break;
+        }
         if (!RecoverFrom(code, "read")) {
             return std::nullopt;
         }
     }
     return std::nullopt;
+}
+
+void SqliteStoreFile::WriteTogether(const std::function<void()>& writes) {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (batching_) {
+        writes();
+        return;
+    }
+    if (EnsureOpen() && sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK) {
+        batching_ = true;
+        batch_failed_ = false;
+        auto roll_back = [this] {
+            batching_ = false;
+            if (db_ != nullptr && sqlite3_get_autocommit(db_) == 0) {
+                sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+            }
+        };
+        try {
+            writes();
+        } catch (...) {
+            roll_back();
+            throw;
+        }
+        batching_ = false;
+        if (!batch_failed_ && sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK) {
+            return;
+        }
+        roll_back();
+    }
+    // One write at a time, each with the repairs its failure calls for.
+    writes();
 }
 
 bool SqliteStoreFile::Contains(const std::string& store, const std::string& key) {
@@ -368,7 +407,7 @@ bool SqliteStoreFile::Remove(const std::string& store, const std::string& key) {
     if (!Fits(store) || !Fits(key)) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (!EnsureOpen()) {
             return false;
@@ -381,6 +420,10 @@ bool SqliteStoreFile::Remove(const std::string& store, const std::string& key) {
         if (code == SQLITE_DONE) {
             return true;
         }
+        if (batching_) {
+            batch_failed_ = true;
+            break;
+        }
         if (!RecoverFrom(code, "remove")) {
             return false;
         }
@@ -392,7 +435,7 @@ bool SqliteStoreFile::RemoveAll(const std::string& store) {
     if (!Fits(store)) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
     for (int attempt = 0; attempt < 2; ++attempt) {
         if (!EnsureOpen()) {
             return false;
@@ -404,6 +447,10 @@ bool SqliteStoreFile::RemoveAll(const std::string& store) {
         Finish(remove_all_);
         if (code == SQLITE_DONE) {
             return true;
+        }
+        if (batching_) {
+            batch_failed_ = true;
+            break;
         }
         if (!RecoverFrom(code, "remove all")) {
             return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,6 +48,11 @@ public:
     bool Contains(const std::string& store, const std::string& key);
     bool Remove(const std::string& store, const std::string& key);
     bool RemoveAll(const std::string& store);
+    /// Runs `writes` (Write, Remove and RemoveAll calls on this thread) in one transaction,
+    /// committed with a sync before it returns, while other threads wait. When one of them or the
+    /// commit fails, the transaction is rolled back and `writes` runs again, each write on its own
+    /// with the usual repairs. Inside another WriteTogether it joins that one.
+    void WriteTogether(const std::function<void()>& writes);
 
     const std::string& Path() const { return path_; }
     /// True when this run keeps the values in memory because the file could not be used.
@@ -75,13 +81,17 @@ private:
     bool RecoverFrom(int code, const char* what);
 
     std::string path_;
-    std::mutex mutex_;
+    // Recursive: the writes of WriteTogether take it again.
+    std::recursive_mutex mutex_;
     sqlite3* db_ = nullptr;
     sqlite3_stmt* write_ = nullptr;
     sqlite3_stmt* read_ = nullptr;
     sqlite3_stmt* remove_ = nullptr;
     sqlite3_stmt* remove_all_ = nullptr;
     bool in_memory_ = false;
+    // Inside WriteTogether's transaction: a failure is only noted, the repairs come after it.
+    bool batching_ = false;
+    bool batch_failed_ = false;
     std::string failure_;
 };
 
