@@ -10,26 +10,13 @@ namespace VelmoraCli {
 using VelmoraMobile::Log;
 using VelmoraMobile::LoggingMode;
 
-namespace {
-
-const char* ModeName(LoggingMode mode) {
-    switch (mode) {
-        case LoggingMode::ERROR_LOG: return "ERROR";
-        case LoggingMode::WARNING_LOG: return "WARNING";
-        case LoggingMode::DEBUG_LOG: return "DEBUG";
-        case LoggingMode::VERBOSE_LOG: return "VERBOSE";
-    }
-    return "LOG";
-}
-
-}  // namespace
-
 LogWatch::LogWatch(LoggingMode user_level, std::vector<std::string> prefixes)
     : user_level_(user_level), shared_(std::make_shared<Shared>()) {
     Log::SetSink(
         [shared = shared_, user_level, prefixes](LoggingMode mode, const char* tag, const std::string& message) {
             if (mode <= user_level || mode == LoggingMode::ERROR_LOG) {
-                std::fprintf(stderr, "[%s] %s: %s\n", ModeName(mode), tag ? tag : "", message.c_str());
+                std::fprintf(stderr, "[%s] %s: %s\n", VelmoraMobile::LoggingModeName(mode), tag ? tag : "",
+                             message.c_str());
             }
             for (const auto& prefix : prefixes) {
                 if (message.compare(0, prefix.size(), prefix) == 0) {

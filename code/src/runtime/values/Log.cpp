@@ -46,16 +46,6 @@ SinkHolder& Holder() {
 // How deep the current thread is inside sink calls.
 thread_local int t_sink_depth = 0;
 
-const char* ModeName(LoggingMode mode) {
-    switch (mode) {
-        case LoggingMode::ERROR_LOG: return "ERROR";
-        case LoggingMode::WARNING_LOG: return "WARNING";
-        case LoggingMode::DEBUG_LOG: return "DEBUG";
-        case LoggingMode::VERBOSE_LOG: return "VERBOSE";
-    }
-    return "LOG";
-}
-
 void Write(LoggingMode mode, const char* tag, const std::string& message) {
     SinkHolder& holder = Holder();
     std::shared_ptr<const Log::Sink> sink;
@@ -64,7 +54,7 @@ void Write(LoggingMode mode, const char* tag, const std::string& message) {
         sink = holder.sink;
     }
     if (!sink) {
-        std::fprintf(stderr, "[%s] %s: %s\n", ModeName(mode), tag ? tag : "", message.c_str());
+        std::fprintf(stderr, "[%s] %s: %s\n", LoggingModeName(mode), tag ? tag : "", message.c_str());
         return;
     }
     ++t_sink_depth;

@@ -11,4 +11,15 @@ enum class LoggingMode : int32_t {
     VERBOSE_LOG = 3,
 };
 
+/// The level's name as log lines show it ("ERROR", "WARNING", "DEBUG", "VERBOSE").
+constexpr const char* LoggingModeName(LoggingMode mode) {
+    switch (mode) {
+        case LoggingMode::ERROR_LOG: return "ERROR";
+        case LoggingMode::WARNING_LOG: return "WARNING";
+        case LoggingMode::DEBUG_LOG: return "DEBUG";
+        case LoggingMode::VERBOSE_LOG: return "VERBOSE";
+    }
+    return "LOG";
+}
+
 }  // namespace VelmoraMobile
