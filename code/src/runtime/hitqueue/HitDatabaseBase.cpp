@@ -414,6 +414,10 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
         return OpenResult::FAILED;
     }
     sqlite3_busy_timeout(database, BUSY_TIMEOUT_MS);
+    // The queue's work touches a few pages (the oldest row, the newest insert); a small page cache
+    // keeps the full-file reads below (the check, an update of all rows) from growing the heap
+    // with the backlog.
+    sqlite3_exec(database, "PRAGMA cache_size=-256", nullptr, nullptr, nullptr);
 
     // The journal switch reads the file header and the integrity check every page, so a file
     // that is not a database, or a damaged one, shows here and not in the middle of the work.
