@@ -7,6 +7,7 @@
 
 #include "identity/hits/IdentityObject.h"
 #include "identity/module/Identity.h"
+#include "identity/module/IdentityConstants.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
@@ -110,6 +111,27 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
     ASSERT_EQ(values.size(), 1u);
     EXPECT_TRUE(values.at("global.privacy")->GetString(privacy));
     EXPECT_EQ(privacy, "optedout");
+}
+
+// The record handed out is reused until a field changes: each field alone must renew it.
+TEST_F(IdentityResponseApplicationTest, ThePublishedRecordFollowsEachFieldAlone) {
+    namespace Keys = IdentityConstants::EventDataKeys::Identity;
+    harness.RunInIdentityQueue([&] {
+        const std::pair<std::string*, const std::string*> fields[] = {
+            {&identity->mid, &Keys::VISITOR_ID_MID},
+            {&identity->user_identifier, &Keys::USER_IDENTIFIER},
+            {&identity->advertising_identifier, &Keys::ADVERTISING_IDENTIFIER},
+            {&identity->push_identifier, &Keys::PUSH_IDENTIFIER},
+            {&identity->blob, &Keys::VISITOR_ID_BLOB},
+            {&identity->location_hint, &Keys::VISITOR_ID_LOCATION_HINT}};
+        for (const auto& [field, key] : fields) {
+            identity->PackageEventData();
+            *field = "changed-" + *key;
+            EXPECT_EQ(identity->PackageEventData()->OptString(*key, ""), *field) << *key;
+        }
+        identity->last_sync = std::chrono::seconds(4242);
+        EXPECT_EQ(identity->PackageEventData()->OptLong(Keys::VISITOR_IDS_LAST_SYNC, 0), 4242);
+    });
 }
 
 TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {
