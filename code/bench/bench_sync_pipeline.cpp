@@ -107,28 +107,26 @@ void Bare(int count, double& rate, double& syncs_per_hit) {
     sqlite3_close_v2(db);
 }
 
-void BM_SyncPipeline(benchmark::State& state) {
+// Runs `measure` (a rate and syncs per item) once per iteration and records both under `figure`.
+void Measure(benchmark::State& state, void (*measure)(int, double&, double&), const std::string& figure,
+             const std::string& unit) {
     for (auto _ : state) {
         double rate = 0;
         double syncs = 0;
-        Pipeline(static_cast<int>(state.range(0)), rate, syncs);
-        state.counters["hits/s"] = rate;
-        state.counters["fsyncs/hit"] = syncs;
-        Figures::Record("pipeline", rate);
-        Figures::Record("pipeline/syncs", syncs);
+        measure(static_cast<int>(state.range(0)), rate, syncs);
+        state.counters[unit + "s/s"] = rate;
+        state.counters["fsyncs/" + unit] = syncs;
+        Figures::Record(figure, rate);
+        Figures::Record(figure + "/syncs", syncs);
     }
 }
 
+void BM_SyncPipeline(benchmark::State& state) {
+    Measure(state, Pipeline, "pipeline", "hit");
+}
+
 void BM_BareInsertDelete(benchmark::State& state) {
-    for (auto _ : state) {
-        double rate = 0;
-        double syncs = 0;
-        Bare(static_cast<int>(state.range(0)), rate, syncs);
-        state.counters["pairs/s"] = rate;
-        state.counters["fsyncs/pair"] = syncs;
-        Figures::Record("bare", rate);
-        Figures::Record("bare/syncs", syncs);
-    }
+    Measure(state, Bare, "bare", "pair");
 }
 
 void Report() {

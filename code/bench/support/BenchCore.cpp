@@ -1,26 +1,8 @@
 #include "bench/support/BenchCore.h"
 
-#include <stdlib.h>
-
-#include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
 namespace VelmoraBench {
-
-ScratchFolder::ScratchFolder(const std::string& base) {
-    std::filesystem::path parent = base.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(base);
-    std::string pattern = (parent / "velmora-bench-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot make a scratch folder");
-    }
-    path_ = pattern;
-}
-
-ScratchFolder::~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
 
 VelmoraMobile::CoreOptions BenchOptions(const std::string& folder, const std::string& server) {
     VelmoraMobile::CoreOptions options;

@@ -9,23 +9,12 @@
 #include "host/Core.h"
 #include "host/CoreOptions.h"
 #include "identity/api/IdentityPublicApi.h"
+#include "tests/support/TempDir.h"
 
 namespace VelmoraBench {
 
-/// A data folder of its own for one run, removed afterwards.
-class ScratchFolder {
-public:
-    /// Under the system's temp folder, or under `base` when given (e.g. "/dev/shm": no disk).
-    explicit ScratchFolder(const std::string& base = std::string());
-    ~ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    const std::string& Path() const { return path_; }
-    std::string File(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
+/// A data folder of its own for one run, removed afterwards; under "/dev/shm" when asked.
+using ScratchFolder = VelmoraTest::TempDir;
 
 /// Options of a core on `folder` that syncs to `server` ("127.0.0.1:port") over plain HTTP.
 VelmoraMobile::CoreOptions BenchOptions(const std::string& folder, const std::string& server);

@@ -4,10 +4,11 @@
 
 namespace VelmoraTest {
 
-/// A fresh folder under the system temp folder, removed with everything in it on destruction.
+/// A fresh folder under the system temp folder, or under `parent` when given (e.g. "/dev/shm": no
+/// disk), removed with everything in it on destruction.
 class TempDir {
 public:
-    TempDir();
+    explicit TempDir(const std::string& parent = std::string());
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
