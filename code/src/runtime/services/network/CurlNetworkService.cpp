@@ -18,8 +18,6 @@ const char* const kLogTag = "CurlNetworkService";
 const size_t kLoggedUrlLength = 256;
 const int64_t kMaxTimeoutSeconds = 24 * 60 * 60;
 
-// On the first request, not at construction: libcurl's and OpenSSL's set-up takes milliseconds,
-// which a start that never reaches the network should not wait for.
 void GlobalInitOnce() {
     static std::once_flag once;
     std::call_once(once, []() { curl_global_init(CURL_GLOBAL_DEFAULT); });
@@ -39,7 +37,6 @@ struct ThreadHandle {
 CURL* HandleOfThisThread() {
     thread_local ThreadHandle holder;
     if (holder.handle == nullptr) {
-        GlobalInitOnce();
         holder.handle = curl_easy_init();
     } else {
         curl_easy_reset(holder.handle);
@@ -128,7 +125,9 @@ CurlNetworkService::CurlNetworkService()
           return std::string(ca_file != nullptr ? ca_file : "");
       }()) {}
 
-CurlNetworkService::CurlNetworkService(const std::string& ca_file) : ca_file_(ca_file) {}
+CurlNetworkService::CurlNetworkService(const std::string& ca_file) : ca_file_(ca_file) {
+    GlobalInitOnce();
+}
 
 CurlNetworkService::~CurlNetworkService() = default;
 
