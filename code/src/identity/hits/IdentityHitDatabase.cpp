@@ -110,7 +110,9 @@ void IdentityHitDatabase::UpdatePrivacyStatus(MobilePrivacyStatus status) {
 }
 
 void IdentityHitDatabase::ResetEventNumberAndPairIdForExistingRequests() {
-    hit_queue->UpdateAllHits(hit_schema->GenerateUpdateValuesForResetEventNumberAndPairId());
+    // The events those rows were queued for belong to an earlier run. Marked rather than rewritten,
+    // so that a start costs the same with any backlog.
+    hit_queue->UpdateEarlierHits(hit_schema->GenerateUpdateValuesForResetEventNumberAndPairId());
 }
 
 }  // namespace VelmoraMobile

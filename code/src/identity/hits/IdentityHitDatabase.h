@@ -50,7 +50,7 @@ public:
                        const std::shared_ptr<Event>& event);
     virtual void UpdatePrivacyStatus(MobilePrivacyStatus status);
 
-    /// Clears the pair id (to "") and event number (to -1) of every stored row.
+    /// Rows stored before now are sent with pair id "" and event number -1: no one waits for them.
     void ResetEventNumberAndPairIdForExistingRequests();
 
     // Public so that tests see the pipeline; set during creation only.

@@ -194,10 +194,29 @@ bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSchema& schema) {
     return true;
 }
 
+bool HitDatabaseBase::RepairDamageLocked(const SqliteTableSchema& schema, int result_code) {
+    if (database_ == nullptr || in_memory_ || !SqliteTableRepair::IsCorruption(result_code)) {
+        return false;
+    }
+    corrupt_reason_ = sqlite3_errstr(result_code);
+    write_failures_ = 0;
+    unreadable_rows_.clear();
+    MoveAsideLocked();
+    if (!corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(schema)) {
+        return true;
+    }
+    corrupt_aside_.clear();
+    return UseMemoryLocked(schema, StringUtils::FormatString("Cannot use the hit database %s (%s); %s", file_path_,
+                                                             failure_, KEPT_IN_MEMORY));
+}
+
 bool HitDatabaseBase::RecoverFromWriteFailureLocked(const SqliteTableSchema& schema, int result_code) {
     ++write_failures_;
     if (database_ == nullptr) {
         return false;
+    }
+    if (RepairDamageLocked(schema, result_code)) {
+        return true;
     }
     // The check costs one look into the schema table, so every failure may afford it.
     SqliteTableShape::Finding finding = SqliteTableShape::Check(database_, "main", schema.name, schema.create_sql);
@@ -406,6 +425,11 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
     if (!folder.empty()) {
         std::filesystem::create_directories(folder, error);
     }
+    // SQLite removes the write-ahead log when the last connection closes cleanly, so one left
+    // behind means a crash (or another connection still open). Only then is the whole file read
+    // now; damage in a cleanly closed file shows at the first read that meets it, and is repaired
+    // there (RepairDamageLocked), so an open does not cost more with a longer backlog.
+    const bool check_pages = std::filesystem::exists(file_path_ + "-wal", error);
     sqlite3* database = nullptr;
     int rc = sqlite3_open_v2(file_path_.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) {
@@ -419,11 +443,13 @@ HitDatabaseBase::OpenResult HitDatabaseBase::OpenFileLocked() {
     // with the backlog.
     sqlite3_exec(database, "PRAGMA cache_size=-256", nullptr, nullptr, nullptr);
 
-    // The journal switch reads the file header and the integrity check every page, so a file
-    // that is not a database, or a damaged one, shows here and not in the middle of the work.
+    // The journal switch reads the file header, so a file that is not a database shows here.
     OpenResult result = OpenResult::OK;
     std::string reason;
-    for (const char* pragma : {"PRAGMA journal_mode=WAL", "PRAGMA quick_check"}) {
+    for (const char* pragma : {"PRAGMA journal_mode=WAL", check_pages ? "PRAGMA quick_check" : nullptr}) {
+        if (pragma == nullptr) {
+            break;
+        }
         sqlite3_stmt* statement = nullptr;
         rc = sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr);
         if (rc == SQLITE_OK) {

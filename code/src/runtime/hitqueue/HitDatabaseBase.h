@@ -92,6 +92,11 @@ protected:
     /// this run to memory. True when something was repaired, so the write may be tried once more;
     /// otherwise logs how many writes in a row have failed.
     bool RecoverFromWriteFailureLocked(const SqliteTableSchema& schema, int result_code);
+    /// After a statement failed with `result_code` because the file is damaged: moves the
+    /// file aside and makes a fresh one with the rows that can still be read, with the same error
+    /// line as a damaged file found at open; a file that cannot be replaced moves this run to
+    /// memory. True when a usable table is open again; false (nothing done) for any other error.
+    bool RepairDamageLocked(const SqliteTableSchema& schema, int result_code);
     /// A write on the table succeeded: the failure count starts again.
     void NoteWriteSucceededLocked() { write_failures_ = 0; }
     /// Logs one error line with the reason the file could not be used, leaves the file as it is and

@@ -51,12 +51,7 @@ HitQueueBase::HitQueueBase(const std::shared_ptr<PlatformServicesInterface>& pla
     }
     table_schema_ = HitTableSchema::FromSchema(*schema_);
     column_names_ = schema_->GetColumnNames();
-    std::string columns;
-    for (const auto& name : column_names_) {
-        columns += QuoteIdentifier(name) + ", ";
-    }
-    select_oldest_sql_ =
-        "SELECT " + columns + "rowid, " + KeyExpression() + " FROM " + QuoteIdentifier(TableName()) + " ORDER BY rowid";
+    select_oldest_sql_ = SelectOldestSql({});
     // Virtual calls from here reach this class's versions, which is what construction needs. A file
     // that cannot be used costs this run's hits their persistence, never the queue itself.
     if (!(OpenOrCreateDatabase() && InitializeDatabase()) && !FallBackToMemory()) {
@@ -192,6 +187,53 @@ bool HitQueueBase::UpdateAllHits(const std::map<std::string, std::shared_ptr<Var
         return true;
     }
     return UpdateRows(values, nullptr);
+}
+
+std::string HitQueueBase::SelectOldestSql(const std::vector<std::string>& earlier_columns) const {
+    std::string sql = "SELECT ";
+    int parameter = 1;
+    for (const auto& name : column_names_) {
+        const std::string column = QuoteIdentifier(name);
+        if (std::find(earlier_columns.begin(), earlier_columns.end(), name) != earlier_columns.end()) {
+            sql += "CASE WHEN rowid <= ?1 THEN ?" + std::to_string(++parameter) + " ELSE " + column + " END, ";
+        } else {
+            sql += column + ", ";
+        }
+    }
+    return sql + "rowid, " + KeyExpression() + " FROM " + QuoteIdentifier(TableName()) + " ORDER BY rowid";
+}
+
+bool HitQueueBase::UpdateEarlierHits(const std::map<std::string, std::shared_ptr<Variant>>& values) {
+    auto known = KnownColumns(values);
+    if (known.empty()) {
+        return false;
+    }
+    std::vector<std::string> columns;
+    std::vector<std::shared_ptr<Variant>> bound;
+    // In the order the SELECT names the columns, which is the schema's.
+    for (const auto& name : column_names_) {
+        for (const auto& entry : known) {
+            if (entry.first == name) {
+                columns.push_back(name);
+                bound.push_back(entry.second);
+            }
+        }
+    }
+    std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    // The rowid's own index finds the newest row at once, whatever the backlog.
+    sqlite3_stmt* newest = CachedStatementLocked("SELECT max(rowid) FROM " + QuoteIdentifier(TableName()));
+    if (newest == nullptr) {
+        return false;
+    }
+    const bool found = sqlite3_step(newest) == SQLITE_ROW;
+    if (!found) {
+        LogErrorLocked("find the newest row");
+    }
+    earlier_rowid_ = found ? sqlite3_column_int64(newest, 0) : 0;
+    sqlite3_reset(newest);
+    earlier_values_ = std::move(bound);
+    select_oldest_sql_ = SelectOldestSql(columns);
+    return found;
 }
 
 std::string HitQueueBase::SelectSql(const Query& query) const {
@@ -342,6 +384,9 @@ void HitQueueBase::Reset() {
     {
         std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
         ++row_generation_;
+        // A fresh file numbers its rows from 1 again.
+        earlier_values_.clear();
+        select_oldest_sql_ = SelectOldestSql({});
     }
     HitDatabaseBase::Reset();
 }
@@ -370,11 +415,19 @@ std::chrono::milliseconds HitQueueBase::GetRetryWait() {
 std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed, RowMark& mark) {
     const int rowid_column = static_cast<int>(column_names_.size());
     std::lock_guard<std::recursive_mutex> lock(DatabaseMutex());
+    bool repaired = false;
     for (;;) {
         sqlite3_stmt* statement = CachedStatementLocked(select_oldest_sql_);
         if (statement == nullptr) {
             failed = true;
             return nullptr;
+        }
+        if (!earlier_values_.empty()) {
+            // Bound anew each time: a repair prepares the statement again.
+            sqlite3_bind_int64(statement, 1, earlier_rowid_);
+            for (size_t i = 0; i < earlier_values_.size(); ++i) {
+                BindVariant(statement, static_cast<int>(i + 2), earlier_values_[i]);
+            }
         }
         int rc;
         while ((rc = sqlite3_step(statement)) == SQLITE_ROW &&
@@ -382,8 +435,17 @@ std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed, RowMar
         }
         if (rc != SQLITE_ROW) {
             if (rc != SQLITE_DONE) {
+                const int code = sqlite3_extended_errcode(HandleLocked());
                 LogErrorLocked("select the oldest row");
+                sqlite3_reset(statement);
+                // Damage met on the way is repaired here, once per read: the rows around it go on.
+                if (!repaired && RepairDamageLocked(table_schema_, code)) {
+                    repaired = true;
+                    ++row_generation_;
+                    continue;
+                }
                 failed = true;
+                return nullptr;
             }
             sqlite3_reset(statement);
             return nullptr;
@@ -401,6 +463,7 @@ std::shared_ptr<DatabaseHitBase> HitQueueBase::SelectOldest(bool& failed, RowMar
             }
             mark.rowid = rowid;
             mark.generation = row_generation_;
+            mark.key = std::move(key);
             return hit;
         }
         unreadable_rows_.insert(rowid);
@@ -653,8 +716,14 @@ bool HitQueueBase::DeleteReadRow(const RowMark& mark) {
         sqlite3_exec(database, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
     }
     bool deleted = DeleteRowLocked(mark.rowid);
+    const int code = deleted || database == nullptr ? SQLITE_OK : sqlite3_extended_errcode(database);
     if (database != nullptr && database == HandleLocked()) {
         sqlite3_exec(database, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr);
+    }
+    if (!deleted && RepairDamageLocked(table_schema_, code)) {
+        // The rows carried over keep their keys; the one just processed must not come again.
+        ++row_generation_;
+        return HitDatabaseBase::DeleteHitWithIdentifier(mark.key);
     }
     return deleted;
 }

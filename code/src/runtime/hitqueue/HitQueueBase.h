@@ -71,6 +71,12 @@ public:
     virtual void Suspend();
     /// Sets the given columns to the given values in every row; true when the update ran.
     virtual bool UpdateAllHits(const std::map<std::string, std::shared_ptr<Variant>>& values);
+    /// Every row in the table now is handed to the processor (and SelectOldestHit) as if the given
+    /// columns held the given values; rows queued later are not. The file is not written, so this
+    /// costs the same with any backlog (an update of all rows reads every one). QueryHit and
+    /// QueryHits show the rows as stored. A later call replaces the values; Reset forgets them.
+    /// False (logged) when no column is known or the newest row cannot be found.
+    bool UpdateEarlierHits(const std::map<std::string, std::shared_ptr<Variant>>& values);
 
     // The removals also tell the worker that the row it is processing may be gone, so that after
     // DONE it deletes the row it read and never a newer one that took over its key or rowid.
@@ -103,6 +109,8 @@ public:
 private:
     /// The SELECT of `query`, for QueryHit and QueryHits.
     std::string SelectSql(const Query& query) const;
+    /// The worker's SELECT; each of `earlier_columns` reads the bound value on rows up to rowid ?1.
+    std::string SelectOldestSql(const std::vector<std::string>& earlier_columns) const;
     static std::string DatabasePathFor(const std::shared_ptr<PlatformServicesInterface>& platform_services,
                                        const std::shared_ptr<DatabaseHitSchemaBase>& schema);
     // These three run before the base is built; any order of them is safe.
@@ -113,6 +121,7 @@ private:
     struct RowMark {
         int64_t rowid{0};
         uint64_t generation{0};
+        std::string key;
     };
     std::shared_ptr<DatabaseHitBase> SelectOldest(bool& failed, RowMark& mark);
     /// Deletes the row `mark` names, unless rows were removed since it was read.
@@ -166,9 +175,14 @@ private:
     /// Raised by every removal of rows from outside the worker. Guarded by DatabaseMutex().
     uint64_t row_generation_{0};
 
+    // UpdateEarlierHits: rows up to this rowid read with these values, bound in the order of the
+    // columns after the rowid (?1). Guarded by DatabaseMutex().
+    std::string select_oldest_sql_;
+    int64_t earlier_rowid_{0};
+    std::vector<std::shared_ptr<Variant>> earlier_values_;
+
     // Immutable after construction.
     SqliteTableSchema table_schema_;
-    std::string select_oldest_sql_;
     std::vector<std::string> column_names_;
 };
 

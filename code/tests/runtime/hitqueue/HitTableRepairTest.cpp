@@ -77,34 +77,51 @@ TEST_F(HitTableRepairTest, AFileThatIsNoDatabaseIsMovedAsideUntouched) {
                        aside[0] + " and started a fresh one, carrying over 0 rows"}));
 }
 
-TEST_F(HitTableRepairTest, ADamagedFileIsMovedAsideAndTheRowsOutsideTheDamageAreCarriedOver) {
+// A write-ahead log left beside the file means the last run did not close it: only then are all
+// pages checked at open. Damage in a cleanly closed file is met by the worker on its way.
+TEST_F(HitTableRepairTest, ADamagedFileIsMovedAsideAndEveryRowOutsideTheDamageIsProcessed) {
     const int rows = 200;
-    {
-        QueueParts parts(dir_);
+    for (bool crashed : {true, false}) {
+        SCOPED_TRACE(crashed ? "left by a crash" : "closed cleanly");
+        TempDir dir;
+        const std::string file = dir.File(TestHitSchema::DATABASE);
+        {
+            QueueParts parts(dir);
+            auto queue = parts.Build();
+            for (int i = 0; i < rows; ++i)
+                ASSERT_TRUE(queue->Queue(MakeHit(std::string(100, 'p') + std::to_string(i))));
+        }
+        ASSERT_TRUE(DamageMiddleLeaf(file, "TEST_HITS"));
+        if (crashed) std::ofstream(file + "-wal");
+        LogCapture log;
+        QueueParts parts(dir);
         auto queue = parts.Build();
-        for (int i = 0; i < rows; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(100, 'p') + std::to_string(i), i)));
+        EXPECT_EQ(FilesAside(dir.Path(), TestHitSchema::DATABASE, "corrupt").size(), crashed ? 1u : 0u);
+        queue->BringOnline();
+        Strings aside;
+        // Counting reads every page, so it waits for the repair.
+        ASSERT_TRUE(WaitFor([&] {
+            aside = FilesAside(dir.Path(), TestHitSchema::DATABASE, "corrupt");
+            return aside.size() == 1 && queue->GetSize() == 0;
+        }));
+        Strings errors = ErrorLines(log);
+        ASSERT_EQ(errors.size(), crashed ? 1u : 2u) << testing::PrintToString(errors);
+        EXPECT_EQ(errors.back().rfind("Database " + file + " is not a usable database (", 0), 0u) << errors.back();
+        EXPECT_NE(errors.back().find("); moved it to " + aside[0] + " and started a fresh one, carrying over "),
+                  std::string::npos);
+        EXPECT_EQ(errors.back().find('\n'), std::string::npos) << errors.back();
+        // Each row before and after the damaged page comes once, in order; only the page's rows are missing.
+        Strings payloads = parts.processor->Payloads();
+        ASSERT_GT(payloads.size(), rows / 2u);
+        ASSERT_LT(payloads.size(), static_cast<size_t>(rows));
+        size_t gaps = 0;
+        for (size_t i = 1; i < payloads.size(); ++i) {
+            gaps += std::stoi(payloads[i].substr(100)) != std::stoi(payloads[i - 1].substr(100)) + 1;
+        }
+        EXPECT_EQ(payloads.front().substr(100), "0");
+        EXPECT_EQ(payloads.back().substr(100), std::to_string(rows - 1));
+        EXPECT_EQ(gaps, 1u);
     }
-    ASSERT_TRUE(DamageMiddleLeaf(File(), "TEST_HITS"));
-    LogCapture log;
-    QueueParts parts(dir_);
-    auto queue = parts.Build();
-    Strings aside = Aside("corrupt");
-    ASSERT_EQ(aside.size(), 1u);
-    Strings errors = ErrorLines(log);
-    ASSERT_EQ(errors.size(), 1u);
-    EXPECT_EQ(errors[0].rfind("Database " + File() + " is not a usable database (", 0), 0u) << errors[0];
-    EXPECT_NE(errors[0].find("); moved it to " + aside[0] + " and started a fresh one, carrying over "),
-              std::string::npos);
-    EXPECT_EQ(errors[0].find('\n'), std::string::npos) << errors[0];
-    // The rows before and after the damaged page keep their keys and their order.
-    Rows kept = SqlRows(File(), "SELECT ID, COUNT FROM TEST_HITS ORDER BY ID");
-    ASSERT_GT(kept.size(), rows / 2u);
-    ASSERT_LT(kept.size(), static_cast<size_t>(rows));
-    EXPECT_EQ(kept.front(), (Strings{"1", "0"}));
-    EXPECT_EQ(kept.back(), (Strings{std::to_string(rows), std::to_string(rows - 1)}));
-    size_t gaps = 0;
-    for (size_t i = 1; i < kept.size(); ++i) gaps += std::stoi(kept[i][0]) != std::stoi(kept[i - 1][0]) + 1;
-    EXPECT_EQ(gaps, 1u);
 }
 
 TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIsStoredAfterAll) {
