@@ -69,6 +69,28 @@ TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     EXPECT_TRUE(log.Contains("Table TEST_HITS of " + DatabaseFile() + " was gone; made it again"));
 }
 
+TEST_F(HitQueueStorageTest, RowsQueuedBeforeUpdateEarlierHitsAreHandedOverWithItsValuesAndStoredAsTheyWere) {
+    QueueParts parts(dir_);
+    std::vector<int32_t> counts;  // the worker writes before Finished() counts the hit
+    parts.processor->script = [&](const std::shared_ptr<TestHit>& hit) {
+        counts.push_back(hit->count);
+        return HitProcessResult::DONE;
+    };
+    auto queue = parts.Build();
+    ASSERT_TRUE(queue->Queue(MakeHit("a", 1)));
+    ASSERT_TRUE(queue->Queue(MakeHit("b", 2)));
+    EXPECT_TRUE(queue->UpdateEarlierHits({{"COUNT", Variant::FromInteger(-1)}}));
+    ASSERT_TRUE(queue->Queue(MakeHit("c", 3)));
+    EXPECT_EQ(Sql("SELECT COUNT FROM TEST_HITS ORDER BY ID"), (Rows{{"1"}, {"2"}, {"3"}}));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 3; }));
+    // A fresh file numbers its rows anew: the mark goes with the old one.
+    queue->Reset();
+    ASSERT_TRUE(queue->Queue(MakeHit("d", 4)));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 4; }));
+    EXPECT_EQ(counts, (std::vector<int32_t>{-1, -1, 3, 4}));
+}
+
 TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
     LogCapture log;
     QueueParts parts(dir_);
