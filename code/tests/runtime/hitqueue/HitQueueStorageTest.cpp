@@ -91,6 +91,24 @@ TEST_F(HitQueueStorageTest, RowsQueuedBeforeUpdateEarlierHitsAreHandedOverWithIt
     EXPECT_EQ(counts, (std::vector<int32_t>{-1, -1, 3, 4}));
 }
 
+// The queue may end while the worker reads its next row: that row is neither sent nor removed.
+TEST_F(HitQueueStorageTest, ARowReadAsTheQueueEndsIsNotProcessedAndStays) {
+    QueueParts parts(dir_);
+    std::shared_ptr<TestHitQueue> queue;
+    std::atomic<bool> read{false};
+    parts.schema->on_read = [&] {
+        read = true;
+        queue->Dispose(std::chrono::milliseconds(0));
+    };
+    queue = parts.Build();
+    ASSERT_TRUE(queue->Queue(MakeHit("a")));
+    queue->BringOnline();
+    ASSERT_TRUE(WaitFor([&] { return read.load(); }));
+    ASSERT_TRUE(queue->Dispose(std::chrono::seconds(10)));
+    EXPECT_EQ(parts.processor->Finished(), 0u);
+    EXPECT_EQ(Sql("SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"a"}}));
+}
+
 TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
     LogCapture log;
     QueueParts parts(dir_);

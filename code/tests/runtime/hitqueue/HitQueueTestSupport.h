@@ -46,7 +46,11 @@ public:
         if (autoincrement) column_constraints[0].push_back(Constraint::AUTOINCREMENT);
     }
 
+    /// Runs at each row read, on the reading thread with the database lock held. Set before the worker starts.
+    std::function<void()> on_read;
+
     std::shared_ptr<TestHit> GenerateHit(const std::shared_ptr<QueryResultInterface>& result) override {
+        if (on_read) on_read();
         if (!result) return nullptr;
         auto hit = std::make_shared<TestHit>();
         TryCatchFinally(
