@@ -22,7 +22,9 @@ namespace VelmoraMobile {
 /// - a table of another shape than the schema's (EnsureTableLocked) is moved aside with its file to
 ///   "<file>.mismatch-<unix seconds>";
 /// in both cases a fresh file gets the table and the rows that can still be read are carried into it,
-/// with one error line. A file that cannot be opened, created or written at all (read-only or full
+/// with one error line. Every page is checked at open only when the last run did not close the file
+/// (its write-ahead log is still there); otherwise damage is repaired where a read or write meets it.
+/// A file that cannot be opened, created or written at all (read-only or full
 /// folder, a directory in its place) is left as it is and this run works on a database in memory.
 ///
 /// Threads: every public operation may be called from any thread. The connection is guarded by one
