@@ -26,10 +26,6 @@ namespace {
 const char* const CONFIG = "com.velmora.module.configuration";
 const char* const OPT_OUT = R"({"global.privacy":"optedout"})";
 
-std::shared_ptr<DataStoreInterface> OpenStore(const std::string& folder, const std::string& name) {
-    return std::make_shared<PlatformServices>(folder)->GetLocalStorageService()->GetDataStore(name);
-}
-
 class DataStoreRepairTest : public ::testing::Test {
 protected:
     std::string File() const { return dir_.File(SqliteLocalStorageService::FILE_NAME); }
@@ -57,7 +53,6 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     LogCapture log;
     services_ = std::make_shared<PlatformServices>(dir_.Path());
     auto config = Store(CONFIG);
-    ASSERT_TRUE(config);
     Strings aside = Aside("mismatch");
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(VelmoraTest::ErrorLines(log),
@@ -69,7 +64,8 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     EXPECT_FALSE(Store("ids")->Contains("broken"));
     EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
     config->SetString("after", "stored");
-    EXPECT_EQ(OpenStore(dir_.Path(), CONFIG)->GetString("after", ""), "stored");
+    EXPECT_EQ(PlatformServices(dir_.Path()).GetLocalStorageService()->GetDataStore(CONFIG)->GetString("after", ""),
+              "stored");
 }
 
 TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
