@@ -25,10 +25,6 @@ namespace {
 
 const std::string kConfig = "com.velmora.module.configuration";
 
-void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream(path) << text;
-}
-
 // One hub on a data folder, with the configuration extension and a module that listens to the
 // configuration's responses and to shared state changes.
 struct ConfiguredHub {
@@ -52,13 +48,6 @@ struct ConfiguredHub {
     std::string Response(size_t index, const std::string& key) const {
         return Responses().at(index)->GetData()->OptString(key, "");
     }
-    std::vector<std::shared_ptr<Event>> StateEvents() const {
-        std::vector<std::shared_ptr<Event>> events;
-        for (const auto& event : listener->EventsOf(EventType::HUB, EventSource::SHARED_STATE)) {
-            if (event->GetData()->OptString(EventDataKeys::STATE_OWNER, "") == kConfig) events.push_back(event);
-        }
-        return events;
-    }
     std::string State(const std::shared_ptr<Event>& event, const std::string& key) {
         auto state = listener->GetSharedEventState(kConfig, event);
         return state ? state->OptString(key, "") : "<none>";
@@ -71,13 +60,11 @@ struct ConfiguredHub {
 
 TEST(ConfigurationExtensionTest, FileUpdateAndRequestArriveAsResponsesAndStatesAndBadInputChangesNothing) {
     TempDir dir;
-    WriteFile(
-        dir.File("config.json"),
-        R"({"ondaraCloud.org": "ORG@Velmora", "global.privacy": "optedin", "global.ssl": false, "big": 6000000000})");
-    WriteFile(dir.File("array.json"), R"(["ondaraCloud.org", "ORG@Velmora"])");
-    WriteFile(dir.File("broken.json"), R"({"ondaraCloud.org": )");
+    std::ofstream(dir.File("config.json")) << R"({"ondaraCloud.org": "ORG@Velmora", "global.privacy": "optedin",
+                                                 "global.ssl": false, "big": 6000000000})";
+    std::ofstream(dir.File("array.json")) << R"(["ondaraCloud.org", "ORG@Velmora"])";
+    std::ofstream(dir.File("broken.json")) << R"({"ondaraCloud.org": )";
     ConfiguredHub setup(dir.Path());
-    ASSERT_NE(setup.configuration, nullptr);
     ASSERT_TRUE(WaitFor([&] { return setup.hub->HasSharedEventState(kConfig); }));
     auto early = EventBuilder("early", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).Build();
     setup.hub->Dispatch(early);
@@ -126,11 +113,13 @@ TEST(ConfigurationExtensionTest, FileUpdateAndRequestArriveAsResponsesAndStatesA
     ASSERT_TRUE(setup.listener->Sync(*setup.hub));
     EXPECT_EQ(setup.Responses().size(), 3u);
     EXPECT_EQ(setup.State(nullptr, "ondaraCloud.org"), "NEW@Velmora");
-    auto announcements = setup.StateEvents();
-    ASSERT_EQ(announcements.size(), 3u);
-    for (size_t i = 0; i < 3; ++i) {
-        EXPECT_LT(announcements[i]->GetEventNumber(), setup.Responses()[i]->GetEventNumber());
+    size_t announced = 0;  // each response follows the announcement of its state
+    for (const auto& event : setup.listener->EventsOf(EventType::HUB, EventSource::SHARED_STATE)) {
+        if (event->GetData()->OptString(EventDataKeys::STATE_OWNER, "") != kConfig) continue;
+        ASSERT_LT(announced, 3u);
+        EXPECT_LT(event->GetEventNumber(), setup.Responses()[announced++]->GetEventNumber());
     }
+    EXPECT_EQ(announced, 3u);
 }
 
 // Over two starts on one data folder: the stored changes are published before any file, a stored
@@ -138,8 +127,8 @@ TEST(ConfigurationExtensionTest, FileUpdateAndRequestArriveAsResponsesAndStatesA
 TEST(ConfigurationExtensionTest, StoredChangesOutliveTheHubWinOverTheFileAndDeepValuesAreRefused) {
     TempDir dir;
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    WriteFile(dir.File("config.json"),
-              R"({"ondaraCloud.org":"ORG@Velmora","global.privacy":"optedin","rules":)" + deep + "}");
+    std::ofstream(dir.File("config.json"))
+        << R"({"ondaraCloud.org":"ORG@Velmora","global.privacy":"optedin","rules":)" << deep << "}";
     PlatformServices(dir.Path())
         .GetLocalStorageService()
         ->GetDataStore(ConfigurationExtension::DATA_STORE_NAME)
