@@ -300,30 +300,3 @@ TEST_F(HubTest, AStuckTaskIsAbandonedAtTheDeadlineWithALogLine) {
 }
 
 }  // namespace
-
-TEST(HubLifecycleTest, DestroyingAHubStopsItAsShutdownWouldAndFreesItsModules) {
-    std::weak_ptr<RecordingModule> weak_module;
-    std::atomic<int> tasks_run{0};
-    std::atomic<bool> required_ran{false};
-    {
-        auto hub = std::make_shared<EventHub>(nullptr);
-        auto module = std::make_shared<RecordingModule>();
-        weak_module = module;
-        RecordingModule* raw = module.get();
-        module->on_unregistered = [raw, &required_ran] {
-            raw->AddTaskToQueue(
-                "required", [&required_ran] { required_ran = true; }, Module::REQUIRED_FOR_UNREGISTRATION);
-        };
-        ASSERT_TRUE(hub->RegisterModule(module));
-        // Tasks that own their module would keep it alive forever if they were never run or dropped.
-        for (int i = 0; i < 1000; ++i) module->AddTaskToQueue("owning", [module, &tasks_run] { ++tasks_run; });
-        for (int i = 0; i < 100; ++i) hub->Dispatch(Ping());
-        // The delivery thread holds the hub for a moment while it registers a module.
-        ASSERT_TRUE(WaitFor([&] { return module->IsRegistered(); }));
-    }
-    // All of it happened before the destructor returned.
-    EXPECT_EQ(tasks_run.load(), 1000);
-    EXPECT_TRUE(required_ran.load());
-    EXPECT_TRUE(weak_module.expired());
-    EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u);
-}
