@@ -32,9 +32,6 @@ protected:
     std::shared_ptr<DataStoreInterface> Store(const std::string& name) {
         return services_->GetLocalStorageService()->GetDataStore(name);
     }
-    Strings Aside(const std::string& label) const {
-        return VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, label);
-    }
 
     TempDir dir_;
     std::shared_ptr<PlatformServices> services_ = std::make_shared<PlatformServices>(dir_.Path());
@@ -53,7 +50,7 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     LogCapture log;
     services_ = std::make_shared<PlatformServices>(dir_.Path());
     auto config = Store(CONFIG);
-    Strings aside = Aside("mismatch");
+    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "mismatch");
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(VelmoraTest::ErrorLines(log),
               (Strings{"The data store file (" + File() +
@@ -83,7 +80,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     LogCapture log;
     int readable = 0;
     for (int k = 0; k < keys; ++k) readable += ids->GetString("k" + std::to_string(1000 + k), "") == filler;
-    Strings aside = Aside("corrupt");
+    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "corrupt");
     ASSERT_EQ(aside.size(), 1u);
     Strings errors = VelmoraTest::ErrorLines(log);
     ASSERT_EQ(errors.size(), 1u);
