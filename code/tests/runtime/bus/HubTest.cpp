@@ -178,7 +178,8 @@ TEST_F(HubTest, FromFourThreadsEventsArriveOnceInNumberOrderAndTasksOfOneModuleN
 
 TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
     Gate latch;
-    std::atomic<bool> registered{false}, task_after_registration{false};
+    std::atomic<bool> registered{false};
+    std::atomic<int> early_task{0};  // 1: ran too early, 2: ran after OnRegistered
     std::atomic<size_t> heard_during_registration{99};
     auto listener = std::make_shared<VelmoraTest::RecordingListener>();
     recorder->on_registered = [&] {
@@ -187,7 +188,7 @@ TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
         heard_during_registration = recorder->Events().size();
         registered = true;
     };
-    recorder->AddTaskToQueue("early", [&] { task_after_registration = registered.load(); });
+    recorder->AddTaskToQueue("early", [&] { early_task = registered ? 2 : 1; });
     auto before = Ping();
     hub->Dispatch(before);
     ASSERT_TRUE(hub->RegisterModule(recorder));
@@ -196,7 +197,8 @@ TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
     ASSERT_TRUE(recorder->WaitForCount(PingType(), PingSource(), 50));
     ASSERT_TRUE(recorder->Sync(*hub));
     EXPECT_EQ(heard_during_registration.load(), 0u);
-    EXPECT_TRUE(task_after_registration.load());
+    ASSERT_TRUE(WaitFor([&] { return early_task.load() != 0; }));
+    EXPECT_EQ(early_task.load(), 2);
     for (const auto& event : recorder->Events()) EXPECT_NE(event, before) << "dispatched before registration";
     hub->Shutdown();
     EXPECT_TRUE(listener->IsFullyUnregistered());

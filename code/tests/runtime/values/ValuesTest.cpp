@@ -14,6 +14,7 @@
 #include "runtime/values/StringUtils.h"
 #include "runtime/values/TryCatch.h"
 #include "runtime/values/Variant.h"
+#include "tests/runtime/Gate.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
@@ -119,25 +120,24 @@ TEST(LogTest, EachLevelPrintsItsOwnLinesAndAClosedGateBuildsNoText) {
 
 TEST(LogTest, ASinkMayLogAndASlowSinkHoldsUpOnlyItsOwnThread) {
     VelmoraTest::LogCapture capture(LoggingMode::WARNING_LOG);
-    std::promise<void> entered, release;
-    std::shared_future<void> released = release.get_future().share();
+    VelmoraTest::Gate entered, release;
     std::atomic<bool> blocked_once{false};
     std::vector<std::string> lines;
     std::mutex mutex;
     Log::SetSink([&](LoggingMode, const char*, const std::string& message) {
         if (message != "nested") Log::Warning("tag", "nested");  // a sink that logs must not deadlock
         if (message == "slow" && !blocked_once.exchange(true)) {
-            entered.set_value();
-            released.wait();  // as a blocked stderr would
+            entered.Open();
+            release.Wait();  // as a blocked stderr would
         }
         std::lock_guard<std::mutex> lock(mutex);
         lines.push_back(message);
     });
     std::thread slow([] { Log::Warning("tag", "slow"); });
-    entered.get_future().wait();
+    entered.Wait();
     auto other = std::async(std::launch::async, [] { Log::Warning("tag", "other"); });
     EXPECT_EQ(other.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    release.set_value();
+    release.Open();
     slow.join();
     Log::SetSink(nullptr);
     std::lock_guard<std::mutex> lock(mutex);
