@@ -107,7 +107,7 @@ TEST_F(HitQueueTest, ARetryWaitsItsFullTimeAlsoAcrossSuspendAndBringOnline) {
     // A privacy change to unknown and back must not let the server be asked again at once.
     queue->Suspend();
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0; }));
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->Finished() == 3; }));
     EXPECT_GE(attempts[1] - attempts[0], wait);
     EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "a", "b", "b"}));
     EXPECT_TRUE(log.Contains("Processing hit 2 of table TEST_HITS failed: socket exploded"));
