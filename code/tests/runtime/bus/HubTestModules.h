@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -66,10 +67,8 @@ public:
         auto marker = VelmoraMobile::EventBuilder("sync", SyncType(), SyncSource()).Build();
         hub.Dispatch(marker);
         return WaitFor([&] {
-            for (const auto& event : Events()) {
-                if (event == marker) return true;
-            }
-            return false;
+            auto events = Events();
+            return std::find(events.begin(), events.end(), marker) != events.end();
         });
     }
 

@@ -9,24 +9,17 @@
 
 using namespace VelmoraMobile;
 
-TEST(CryptoServiceTest, DigestIsSha256InLowerCaseHex) {
+TEST(CryptoServiceTest, DigestIsSha256HexAndUuidsHaveVersionAndVariantBitsAndDifferAcrossThreads) {
     OpenSslCryptoService crypto;
     EXPECT_EQ(crypto.GetDigest("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_NE(crypto.GetDigest(std::string("a\0b", 3)), crypto.GetDigest("a"));
-}
-
-TEST(CryptoServiceTest, UuidsHaveVersionAndVariantBitsAndDifferAcrossThreads) {
-    OpenSslCryptoService crypto;
     auto uuid = crypto.GetUuidInterface();
-    ASSERT_TRUE(uuid);
     std::vector<std::vector<std::string>> made(4);
     std::vector<std::thread> threads;
-    for (size_t t = 0; t < made.size(); ++t) {
-        threads.emplace_back([&uuid, &made, t]() {
-            for (int i = 0; i < 200; ++i) {
-                uint8_t bytes[16];
+    for (auto& list : made) {
+        threads.emplace_back([&uuid, &list] {
+            for (uint8_t bytes[16]; list.size() < 200; list.emplace_back(reinterpret_cast<char*>(bytes), 16)) {
                 uuid->GenerateUuid(bytes);
-                made[t].emplace_back(reinterpret_cast<const char*>(bytes), sizeof(bytes));
             }
         });
     }
@@ -34,8 +27,8 @@ TEST(CryptoServiceTest, UuidsHaveVersionAndVariantBitsAndDifferAcrossThreads) {
     std::set<std::string> distinct;
     for (const auto& list : made) {
         for (const auto& bytes : list) {
-            EXPECT_EQ(static_cast<uint8_t>(bytes[6]) >> 4, 4);
-            EXPECT_EQ(static_cast<uint8_t>(bytes[8]) & 0xC0, 0x80);
+            EXPECT_EQ(uint8_t(bytes[6]) >> 4, 4);
+            EXPECT_EQ(uint8_t(bytes[8]) & 0xC0, 0x80);
             distinct.insert(bytes);
         }
     }

@@ -23,32 +23,38 @@ std::shared_ptr<DataStoreInterface> OpenStore(const std::string& folder, const s
 }  // namespace
 
 // Values keep their type: the same number under another type is another value, and a read of
-// another type gives the default.
-TEST(DataStoreTest, TypedValuesAndRemovalsSurviveReopeningInTheirOwnStore) {
+// another type gives the default. Writes together are one commit: no other reader sees any of them
+// before the call returns, and a nested unit joins the outer one.
+TEST(DataStoreTest, TypedValuesAndWritesTogetherSurviveReopeningInTheirOwnStore) {
     TempDir dir;
-    const std::string with_nul("a\0b\xFF", 4);
+    const std::string with_nul("a\0b\xFF", 4), path = dir.File(SqliteLocalStorageService::FILE_NAME);
+    const std::string count_sql = "SELECT COUNT(*) FROM data_stores WHERE key IN ('a', 'b')";
     {
         auto store = OpenStore(dir.Path(), "visitorIDServiceDataStore");
-        ASSERT_TRUE(store);
-        store->SetString("text", "hello");
         store->SetString("empty", "");
         store->SetString("binary", with_nul);
         store->SetLong("big", INT64_MIN);
         store->SetBoolean("no", false);
+        store->SetString("text", "hello");
         store->SetString("text", "replaced");
         store->SetString("gone", "x");
-        store->Remove("gone");
         store->SetBoolean("flag", true);
         store->SetLong("flag", 1);
         store->SetLong("count", 7);
-        store->SetLong("count", 7);
         store->SetString("count", "7");
+        store->WriteTogether([&] {
+            store->SetString("a", "1");
+            store->WriteTogether([&] { store->SetLong("b", 2); });
+            store->Remove("gone");
+            EXPECT_EQ(store->GetString("a", ""), "1");  // the unit reads its own writes
+            EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"0"}}));
+        });
+        EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"2"}}));
         auto other = OpenStore(dir.Path(), "other");
         other->SetString("text", "other");
         other->RemoveAll();
     }
     auto store = OpenStore(dir.Path(), "visitorIDServiceDataStore");
-    ASSERT_TRUE(store);
     EXPECT_EQ(store->GetString("text", "d"), "replaced");
     EXPECT_TRUE(store->Contains("empty"));
     EXPECT_EQ(store->GetString("binary", "d"), with_nul);
@@ -60,33 +66,9 @@ TEST(DataStoreTest, TypedValuesAndRemovalsSurviveReopeningInTheirOwnStore) {
     EXPECT_FALSE(store->GetBoolean("flag", false));
     EXPECT_EQ(store->GetString("count", ""), "7");
     EXPECT_EQ(store->GetLong("count", 0), 0);
+    EXPECT_EQ(store->GetString("a", ""), "1");
+    EXPECT_EQ(store->GetLong("b", 0), 2);
     EXPECT_FALSE(OpenStore(dir.Path(), "other")->Contains("text"));
-}
-
-// One commit for all the writes: none is seen by another reader before the end, all are
-// there after it, and a nested unit joins the outer one.
-TEST(DataStoreTest, WritesTogetherCommitAsOneUnitWhenTheCallReturns) {
-    TempDir dir;
-    const std::string path = dir.File(SqliteLocalStorageService::FILE_NAME);
-    const std::string count_sql = "SELECT COUNT(*) FROM data_stores WHERE store = 's' AND key IN ('a', 'b')";
-    auto store = OpenStore(dir.Path(), "s");
-    ASSERT_TRUE(store);
-    store->SetString("gone", "x");
-    VelmoraTest::SqlTextRows seen_inside;
-    store->WriteTogether([&] {
-        store->SetString("a", "1");
-        store->WriteTogether([&] { store->SetLong("b", 2); });
-        store->Remove("gone");
-        EXPECT_EQ(store->GetString("a", ""), "1");  // the unit reads its own writes
-        seen_inside = VelmoraTest::SqlRows(path, count_sql);
-    });
-    EXPECT_EQ(seen_inside, VelmoraTest::SqlTextRows({{"0"}}));
-    EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"2"}}));
-    store.reset();
-    auto reopened = OpenStore(dir.Path(), "s");
-    EXPECT_EQ(reopened->GetString("a", ""), "1");
-    EXPECT_EQ(reopened->GetLong("b", 0), 2);
-    EXPECT_FALSE(reopened->Contains("gone"));
 }
 
 TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderKeepsValuesInMemory) {
@@ -95,15 +77,12 @@ TEST(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderKeepsValuesInMemory)
     std::ofstream(path, std::ios::binary) << "this is not a database, just some text long enough to be read as a "
                                              "header..........................................................";
     LogCapture capture;
-    auto store = OpenStore(dir.Path(), "s");
-    ASSERT_TRUE(store);
-    store->SetString("key", "value");
+    OpenStore(dir.Path(), "s")->SetString("key", "value");
     EXPECT_TRUE(capture.ContainsFragment("is damaged"));
     EXPECT_EQ(OpenStore(dir.Path(), "s")->GetString("key", ""), "value");
 
     PlatformServices services(path);  // a file, not a folder
     auto in_memory = services.GetLocalStorageService()->GetDataStore("s");
-    ASSERT_TRUE(in_memory);
     in_memory->SetString("key", "for this run");
     EXPECT_EQ(in_memory->GetString("key", ""), "for this run");
     EXPECT_TRUE(capture.ContainsFragment("; this run keeps its values in memory and leaves the file as it is"));

@@ -14,6 +14,7 @@
 #include "runtime/values/StringUtils.h"
 #include "runtime/values/TryCatch.h"
 #include "runtime/values/Variant.h"
+#include "tests/runtime/Gate.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
@@ -43,7 +44,7 @@ void ToStringImpl(std::ostream& out, const Nested& nested, const ToStringOptions
 }  // namespace VelmoraMobile
 
 TEST(ExpectedTest, AccessorsThrowBadCastOnTheWrongAlternative) {
-    auto code_and_message = [](const std::function<void()>& access) {
+    auto thrown = [](const std::function<void()>& access) {
         try {
             access();
         } catch (const SdkError& e) {
@@ -51,18 +52,14 @@ TEST(ExpectedTest, AccessorsThrowBadCastOnTheWrongAlternative) {
         }
         return std::string("no throw");
     };
-    Expected<int> error(SdkError("x.y", "z", DebugInfo()));
-    EXPECT_EQ(code_and_message([&] { error.Value(); }), "std.bad_cast|Value type not available.");
+    Expected<int> error(SdkError("x.y", "z", DebugInfo())), value(7), empty = Expected<int>::Disengaged();
+    EXPECT_EQ(thrown([&] { error.Value(); }), "std.bad_cast|Value type not available.");
     EXPECT_EQ(error.Error().GetCode(), "x.y");
-    Expected<int> value(7);
     EXPECT_EQ(value.ConstValue(), 7);
-    EXPECT_EQ(code_and_message([&] { value.Error(); }), "std.bad_cast|Error type not available.");
-    auto empty = Expected<int>::Disengaged();
+    EXPECT_EQ(thrown([&] { value.Error(); }), "std.bad_cast|Error type not available.");
     EXPECT_FALSE(empty.HasValue());
     EXPECT_THROW(empty.Error(), SdkError);
-    // A null pointer is a success.
-    Expected<std::shared_ptr<Variant>> null_value(std::shared_ptr<Variant>{});
-    EXPECT_TRUE(null_value.HasValue());
+    EXPECT_TRUE(Expected<std::shared_ptr<Variant>>(std::shared_ptr<Variant>{}).HasValue()) << "null is a success";
 }
 
 TEST(GuardTest, EveryExceptionStaysInsideTheGuard) {
@@ -79,8 +76,10 @@ TEST(GuardTest, EveryExceptionStaysInsideTheGuard) {
     EXPECT_TRUE(finally_ran);
 }
 
+// A throwing conversion writes ERROR and deep nesting is cut.
 TEST(FormatTest, PlaceholdersTakeTheNextArgumentWhateverItsType) {
-    std::string first = "5012345678", second = "0987654321", key = "d_mid", empty;
+    std::string first = "5012345678", second = "0987654321", key = "d_mid", empty, long_text(2000000, 'x');
+    int calls = 0;
     EXPECT_EQ(StringUtils::FormatString("%d%d", first, second), "50123456780987654321");
     EXPECT_EQ(StringUtils::FormatString("%s=%s", key, empty), "d_mid=");
     EXPECT_EQ(StringUtils::FormatString("malformed value: %@", key), "malformed value: d_mid");
@@ -88,32 +87,23 @@ TEST(FormatTest, PlaceholdersTakeTheNextArgumentWhateverItsType) {
     EXPECT_EQ(StringUtils::FormatString("%s|%s|%s", key, key), "d_mid|d_mid|");
     EXPECT_EQ(StringUtils::FormatString("100% sure %s", key), "100% sure d_mid");
     EXPECT_EQ(StringUtils::FormatString("keep %s and %01"), "keep %s and %01");
-    std::string long_text(2000000, 'x');
     EXPECT_EQ(StringUtils::FormatString("%s", long_text).size(), long_text.size());
-}
-
-TEST(FormatTest, AThrowingConversionWritesErrorAndDeepNestingIsCut) {
-    int calls = 0;
-    std::string tail = "tail";
-    EXPECT_EQ(StringUtils::FormatString("a %s b %s", Probe{&calls, true}, tail), "a ERROR b tail");
+    EXPECT_EQ(StringUtils::FormatString("a %s b %s", Probe{&calls, true}, key), "a ERROR b d_mid");
     EXPECT_EQ(calls, 1);
     EXPECT_NE(StringUtils::ToString(Nested{100}).find("..."), std::string::npos);
     EXPECT_EQ(StringUtils::GetCurrentDepth(), 0u);
 }
 
 TEST(LogTest, EachLevelPrintsItsOwnLinesAndAClosedGateBuildsNoText) {
-    struct Case {
-        LoggingMode level;
-        std::vector<std::string> printed;
-    };
-    const std::vector<Case> cases = {
+    const std::pair<LoggingMode, std::vector<std::string>> cases[] = {
         {LoggingMode::ERROR_LOG, {"error"}},
         {LoggingMode::WARNING_LOG, {"error", "warning probe"}},
         {LoggingMode::DEBUG_LOG, {"error", "warning probe", "debug probe"}},
         {LoggingMode::VERBOSE_LOG, {"error", "warning probe", "debug probe", "trace probe"}},
     };
-    for (const auto& c : cases) {
-        VelmoraTest::LogCapture capture(c.level);
+    for (const auto& [level, expected] : cases) {
+        SCOPED_TRACE(static_cast<int>(level));
+        VelmoraTest::LogCapture capture(level);
         int calls = 0;
         Probe probe{&calls, false};
         Log::Error("tag", "error");
@@ -122,33 +112,32 @@ TEST(LogTest, EachLevelPrintsItsOwnLinesAndAClosedGateBuildsNoText) {
         Log::Trace("tag", "trace %s", probe);
         std::vector<std::string> printed;
         for (const auto& line : capture.Lines()) printed.push_back(line.message);
-        EXPECT_EQ(printed, c.printed) << static_cast<int>(c.level);
-        EXPECT_EQ(calls, static_cast<int>(printed.size()) - 1) << static_cast<int>(c.level);
+        EXPECT_EQ(printed, expected);
+        EXPECT_EQ(calls, static_cast<int>(printed.size()) - 1);
         EXPECT_TRUE(Log::Precheck(LoggingMode::WARNING_LOG));
     }
 }
 
 TEST(LogTest, ASinkMayLogAndASlowSinkHoldsUpOnlyItsOwnThread) {
     VelmoraTest::LogCapture capture(LoggingMode::WARNING_LOG);
-    std::promise<void> entered, release;
-    std::shared_future<void> released = release.get_future().share();
+    VelmoraTest::Gate entered, release;
     std::atomic<bool> blocked_once{false};
     std::vector<std::string> lines;
     std::mutex mutex;
     Log::SetSink([&](LoggingMode, const char*, const std::string& message) {
         if (message != "nested") Log::Warning("tag", "nested");  // a sink that logs must not deadlock
         if (message == "slow" && !blocked_once.exchange(true)) {
-            entered.set_value();
-            released.wait();  // as a blocked stderr would
+            entered.Open();
+            release.Wait();  // as a blocked stderr would
         }
         std::lock_guard<std::mutex> lock(mutex);
         lines.push_back(message);
     });
     std::thread slow([] { Log::Warning("tag", "slow"); });
-    entered.get_future().wait();
+    entered.Wait();
     auto other = std::async(std::launch::async, [] { Log::Warning("tag", "other"); });
     EXPECT_EQ(other.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    release.set_value();
+    release.Open();
     slow.join();
     Log::SetSink(nullptr);
     std::lock_guard<std::mutex> lock(mutex);
@@ -158,14 +147,11 @@ TEST(LogTest, ASinkMayLogAndASlowSinkHoldsUpOnlyItsOwnThread) {
 
 TEST(VariantTest, ReaderOfTheWrongKindLeavesOutUntouched) {
     int32_t number = 5;
-    EXPECT_FALSE(Variant::FromString("abc")->GetInteger(number));
-    EXPECT_EQ(number, 5);
     Variant::VariantVector vector{Variant::FromNull()};
-    EXPECT_FALSE(Variant::FromVariantMap({})->GetVariantVector(vector));
-    EXPECT_EQ(vector.size(), 1u);
     std::string out = "keep";
-    EXPECT_FALSE(Variant::FromInteger(3)->GetString(out));
-    EXPECT_EQ(out, "keep");
+    EXPECT_FALSE(Variant::FromString("abc")->GetInteger(number) ||
+                 Variant::FromVariantMap({})->GetVariantVector(vector) || Variant::FromInteger(3)->GetString(out));
+    EXPECT_TRUE(number == 5 && vector.size() == 1u && out == "keep");
 }
 
 TEST(PrivacyStatusTest, TextRoundTripsAndIsCaseSensitive) {

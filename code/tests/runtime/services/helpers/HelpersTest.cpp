@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <locale>
+#include <optional>
 #include <string>
+#include <tuple>
 
 #include "runtime/services/LocaleNameFacet.h"
 #include "runtime/services/SystemInfoService.h"
@@ -32,43 +34,33 @@ TEST(ContextDataTest, CleanKeyKeepsLettersDigitsUnderscoreAndSingleInnerDots) {
 }
 
 TEST(TimeUtilsTest, BothClocksGiveSecondsSinceTheEpoch) {
-    auto now = [] {
-        return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-            .count();
-    };
+    using namespace std::chrono;
+    auto now = [] { return duration_cast<seconds>(system_clock::now().time_since_epoch()).count(); };
     auto before = now();
     for (int64_t seconds : {TimeUtils::GetUnixTimeInSeconds(), TimeUtils::GetUnixTime()}) {
-        EXPECT_GE(seconds, before);
-        EXPECT_LE(seconds, now());
+        EXPECT_TRUE(seconds >= before && seconds <= now());
     }
 }
 
-namespace {
-
-std::string SystemLocaleString(const std::optional<std::string>& lc_all, const std::optional<std::string>& lc_messages,
-                               const std::optional<std::string>& lang) {
-    ScopedEnvironment a("LC_ALL", lc_all);
-    ScopedEnvironment m("LC_MESSAGES", lc_messages);
-    ScopedEnvironment l("LANG", lang);
-    return NetworkConnectionUtil::GetLocaleString(SystemInfoService("/tmp").GetSystemLocale());
-}
-
-}  // namespace
-
-TEST(NetworkConnectionUtilTest, SystemLocaleFromTheEnvironmentGivesLanguageAndRegion) {
-    EXPECT_EQ(SystemLocaleString("", "", "de_DE@euro"), "de_DE");
-    EXPECT_EQ(SystemLocaleString("fr_CA.ISO-8859-1", "de_DE", "en_US"), "fr_CA");
-    EXPECT_EQ(SystemLocaleString(std::nullopt, "pt_BR.UTF-8", "en_US"), "pt_BR");
-    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "ja"), "ja");
-    // No language of its own: the request then carries no Accept-Language.
-    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "C.UTF-8"), "");
-    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, std::nullopt), "");
-    EXPECT_EQ(SystemLocaleString(std::nullopt, std::nullopt, "en_US\r\nX-Evil: 1"), "");
+TEST(NetworkConnectionUtilTest, LocaleFromTheEnvironmentHeadersAndRecoverableStatuses) {
+    using Env = std::optional<std::string>;
+    const std::tuple<Env, Env, Env, std::string> cases[] = {
+        // LC_ALL, LC_MESSAGES, LANG: the first set names language and region. Without a language
+        // of its own the request carries no Accept-Language.
+        {"", "", "de_DE@euro", "de_DE"},
+        {"fr_CA.ISO-8859-1", "de_DE", "en_US", "fr_CA"},
+        {{}, "pt_BR.UTF-8", "en_US", "pt_BR"},
+        {{}, {}, "ja", "ja"},
+        {{}, {}, "C.UTF-8", ""},
+        {{}, {}, {}, ""},
+        {{}, {}, "en_US\r\nX-Evil: 1", ""},
+    };
+    for (const auto& [all, messages, lang, expected] : cases) {
+        ScopedEnvironment a("LC_ALL", all), m("LC_MESSAGES", messages), l("LANG", lang);
+        EXPECT_EQ(NetworkConnectionUtil::GetLocaleString(SystemInfoService("/tmp").GetSystemLocale()), expected);
+    }
     EXPECT_EQ(NetworkConnectionUtil::GetLocaleString(LocaleNameFacet::Attach(std::locale::classic(), "es_ES.UTF-8")),
               "es_ES");
-}
-
-TEST(NetworkConnectionUtilTest, HeadersAndRecoverableStatuses) {
     auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
     EXPECT_EQ(headers.size(), 2u);
     EXPECT_EQ(headers["Accept-Language"], "en-US");
@@ -77,9 +69,8 @@ TEST(NetworkConnectionUtilTest, HeadersAndRecoverableStatuses) {
     EXPECT_EQ(headers.count("Accept-Language"), 0u);
     EXPECT_EQ(headers["Content-Type"], "application/json");
     for (int status : {408, 429, 502, 503, 504}) EXPECT_TRUE(NetworkConnectionUtil::IsRecoverableNetworkError(status));
-    for (int status : {0, 200, 400, 404, 500, 501, 505}) {
-        EXPECT_FALSE(NetworkConnectionUtil::IsRecoverableNetworkError(status)) << status;
-    }
+    for (int status : {0, 200, 400, 404, 500, 501, 505})
+        EXPECT_FALSE(NetworkConnectionUtil::IsRecoverableNetworkError(status));
 }
 
 // The identity sync and opt-out URLs built on this are pinned in the identity sync and privacy tests.

@@ -26,18 +26,11 @@ namespace {
 const char* const CONFIG = "com.velmora.module.configuration";
 const char* const OPT_OUT = R"({"global.privacy":"optedout"})";
 
-std::shared_ptr<DataStoreInterface> OpenStore(const std::string& folder, const std::string& name) {
-    return std::make_shared<PlatformServices>(folder)->GetLocalStorageService()->GetDataStore(name);
-}
-
 class DataStoreRepairTest : public ::testing::Test {
 protected:
     std::string File() const { return dir_.File(SqliteLocalStorageService::FILE_NAME); }
     std::shared_ptr<DataStoreInterface> Store(const std::string& name) {
         return services_->GetLocalStorageService()->GetDataStore(name);
-    }
-    Strings Aside(const std::string& label) const {
-        return VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, label);
     }
 
     TempDir dir_;
@@ -57,8 +50,7 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     LogCapture log;
     services_ = std::make_shared<PlatformServices>(dir_.Path());
     auto config = Store(CONFIG);
-    ASSERT_TRUE(config);
-    Strings aside = Aside("mismatch");
+    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "mismatch");
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(VelmoraTest::ErrorLines(log),
               (Strings{"The data store file (" + File() +
@@ -69,7 +61,8 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     EXPECT_FALSE(Store("ids")->Contains("broken"));
     EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
     config->SetString("after", "stored");
-    EXPECT_EQ(OpenStore(dir_.Path(), CONFIG)->GetString("after", ""), "stored");
+    EXPECT_EQ(PlatformServices(dir_.Path()).GetLocalStorageService()->GetDataStore(CONFIG)->GetString("after", ""),
+              "stored");
 }
 
 TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
@@ -87,7 +80,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     LogCapture log;
     int readable = 0;
     for (int k = 0; k < keys; ++k) readable += ids->GetString("k" + std::to_string(1000 + k), "") == filler;
-    Strings aside = Aside("corrupt");
+    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "corrupt");
     ASSERT_EQ(aside.size(), 1u);
     Strings errors = VelmoraTest::ErrorLines(log);
     ASSERT_EQ(errors.size(), 1u);

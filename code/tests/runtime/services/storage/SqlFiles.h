@@ -19,20 +19,14 @@ using SqlTextRows = std::vector<std::vector<std::string>>;
 inline SqlTextRows SqlRows(const std::string& path, const std::string& sql) {
     SqlTextRows rows;
     sqlite3* database = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_open(path.c_str(), &database) == SQLITE_OK) {
-        sqlite3_busy_timeout(database, 5000);
-        if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
-            while (sqlite3_step(statement) == SQLITE_ROW) {
-                rows.emplace_back();
-                for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-                    const unsigned char* text = sqlite3_column_text(statement, i);
-                    rows.back().push_back(text != nullptr ? reinterpret_cast<const char*>(text) : "NULL");
-                }
-            }
-        }
+    if (sqlite3_open(path.c_str(), &database) == SQLITE_OK && sqlite3_busy_timeout(database, 5000) == SQLITE_OK) {
+        auto add_row = [](void* out, int columns, char** values, char**) {
+            auto& row = static_cast<SqlTextRows*>(out)->emplace_back();
+            for (int i = 0; i < columns; ++i) row.push_back(values[i] != nullptr ? values[i] : "NULL");
+            return 0;
+        };
+        sqlite3_exec(database, sql.c_str(), add_row, &rows, nullptr);
     }
-    sqlite3_finalize(statement);
     sqlite3_close(database);
     return rows;
 }

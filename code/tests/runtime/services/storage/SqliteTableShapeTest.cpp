@@ -11,31 +11,15 @@
 using namespace VelmoraMobile;
 using Verdict = SqliteTableShape::Verdict;
 
-namespace {
-
-const std::string WANTED = R"(CREATE TABLE "T" ("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER))";
-const std::string COLUMNS = R"(("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER))";
-
-struct Case {
-    const char* what;
-    std::vector<std::string> statements;
-    Verdict verdict;
-    std::string detail;
-};
-
-SqliteTableShape::Finding CheckAfter(const std::vector<std::string>& statements) {
-    sqlite3* db = nullptr;
-    EXPECT_EQ(sqlite3_open(":memory:", &db), SQLITE_OK);
-    for (const auto& sql : statements)
-        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-    SqliteTableShape::Finding finding = SqliteTableShape::Check(db, "main", "T", WANTED);
-    sqlite3_close(db);
-    return finding;
-}
-
-}  // namespace
-
 TEST(SqliteTableShapeTest, NamesWhatDiffersFromTheStatement) {
+    const std::string COLUMNS = R"(("ID" INTEGER PRIMARY KEY AUTOINCREMENT, "URL" TEXT, "N" INTEGER))";
+    const std::string WANTED = "CREATE TABLE \"T\" " + COLUMNS;
+    struct Case {
+        const char* what;
+        std::vector<std::string> statements;
+        Verdict verdict;
+        std::string detail;
+    };
     const std::vector<Case> cases = {
         {"none", {}, Verdict::MISSING, ""},
         {"made by the statement", {WANTED}, Verdict::MATCHES, ""},
@@ -78,8 +62,13 @@ TEST(SqliteTableShapeTest, NamesWhatDiffersFromTheStatement) {
         {"a unique index", {WANTED, "CREATE UNIQUE INDEX once ON T(URL)"}, Verdict::DIFFERS, "unique index once"},
     };
     for (const auto& c : cases) {
-        SqliteTableShape::Finding finding = CheckAfter(c.statements);
-        EXPECT_EQ(finding.verdict, c.verdict) << c.what;
-        EXPECT_EQ(finding.detail, c.detail) << c.what;
+        SCOPED_TRACE(c.what);
+        sqlite3* db = nullptr;
+        sqlite3_open(":memory:", &db);
+        for (const auto& sql : c.statements) EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), 0);
+        SqliteTableShape::Finding finding = SqliteTableShape::Check(db, "main", "T", WANTED);
+        sqlite3_close(db);
+        EXPECT_EQ(finding.verdict, c.verdict);
+        EXPECT_EQ(finding.detail, c.detail);
     }
 }
