@@ -74,30 +74,22 @@ TEST(IdentityHitProcessorTest, RequestNamesTheLanguageWithADashAndWaitsTwoSecond
 
 TEST(IdentityHitProcessorTest, AnswerFieldsAndTheDefaultsOfMissingOnes) {
     Fixture f;
-    struct Case {
-        std::string json;
-        std::string mid, blob, hint;
-        int64_t ttl;
-        std::string error;
-        std::vector<std::string> opt_out;
-    };
-    const std::vector<Case> cases = {
-        {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m", "b", "9", 1800, "", {}},
-        {R"({"d_mid":"m"})", "m", "", "", 600, "", {}},
+    // mid|blob|hint|ttl|error|opt-out list
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m|b|9|1800||"},
+        {R"({"d_mid":"m"})", "m|||600||"},
         // Odd values pass through as they came; the module decides what to keep.
-        {R"({"d_mid":5,"d_blob":"b","id_sync_ttl":-30})", "", "b", "", -30, "", {}},
-        {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global"]})", "", "", "", 600, "bad", {"global"}},
+        {R"({"d_mid":5,"d_blob":"b","id_sync_ttl":-30})", "|b||-30||"},
+        {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global","x"]})", "|||600|bad|global,x,"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [json, fields] : cases) {
         auto object = f.processor.CreateIdentityObjectFromResponseJsonObject(
-            f.services->GetJsonUtilityService()->ParseJson(c.json));
-        ASSERT_NE(object, nullptr) << c.json;
-        EXPECT_EQ(object->GetMid(), c.mid) << c.json;
-        EXPECT_EQ(object->GetBlob(), c.blob) << c.json;
-        EXPECT_EQ(object->GetHint(), c.hint) << c.json;
-        EXPECT_EQ(object->GetTtl().count(), c.ttl) << c.json;
-        EXPECT_EQ(object->GetError(), c.error) << c.json;
-        EXPECT_EQ(object->GetOptOut(), c.opt_out) << c.json;
+            f.services->GetJsonUtilityService()->ParseJson(json));
+        ASSERT_NE(object, nullptr) << json;
+        std::string out = object->GetMid() + "|" + object->GetBlob() + "|" + object->GetHint() + "|" +
+                          std::to_string(object->GetTtl().count()) + "|" + object->GetError() + "|";
+        for (const auto& entry : object->GetOptOut()) out += entry + ",";
+        EXPECT_EQ(out, fields) << json;
     }
     LogCapture log;
     EXPECT_EQ(
