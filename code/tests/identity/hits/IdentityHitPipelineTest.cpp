@@ -1,27 +1,13 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
 
 #include "identity/hits/IdentityHitDatabase.h"
 #include "identity/hits/IdentityHitQueue.h"
 #include "identity/hits/IdentityObject.h"
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/EventHub.h"
-#include "runtime/services/PlatformServices.h"
 #include "runtime/values/SdkError.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempDir.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;

@@ -1,18 +1,10 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "identity/hits/IdentityObject.h"
-#include "identity/module/Identity.h"
 #include "identity/module/IdentityConstants.h"
-#include "runtime/values/StringUtils.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;

@@ -2,24 +2,15 @@
 // server's answers under load from several host threads, an answer during unregistration, a hub
 // dropped while its worker is busy.
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "identity/hits/IdentityDatabaseHit.h"
 #include "identity/hits/IdentityHitProcessor.h"
-#include "identity/module/Identity.h"
 #include "runtime/hitqueue/HitQueueBase.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/OurThreads.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;

@@ -1,21 +1,10 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
 #include <deque>
-#include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/values/Variant.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;

@@ -1,19 +1,8 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventSource.h"
-#include "runtime/bus/EventType.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::Fields;

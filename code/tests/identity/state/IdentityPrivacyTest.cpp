@@ -1,17 +1,9 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <memory>
-#include <string>
 
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
