@@ -151,33 +151,29 @@ TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingT
     database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_IN);
     ASSERT_TRUE(WaitForCalls(reports.size()));
     EXPECT_EQ(Params(server, "hit"), tags);
-    EXPECT_EQ(module->Calls(), reports);
-    auto count = [&](const std::string& line) { return CountIdentityLines(log, LoggingMode::DEBUG_LOG, line); };
-    EXPECT_EQ(count("Recoverable network error while processing Identity requests.  Will retry in 30 seconds."), 1u);
-    EXPECT_EQ(count("Un-recoverable network error while processing Identity requests.  Discarding request."), 1u);
-    EXPECT_EQ(count("json object created is null. cannot parse identity network response."), 2u);
-}
 
-TEST_F(IdentityHitPipelineTest, AThrowingParserReportsTwiceAndAMissingOneOnce) {
-    LogCapture log;
+    // A parser that throws reports twice; a missing one once.
+    Dispose();
     services->SetJsonUtilityService(std::make_shared<ThrowingJsonService>());
     Create();
     server.PushFault(IdFault([](Fault& f) { f.body = std::string("not json at all"); }));
     QueueHit("a", "optedin");
-    ASSERT_TRUE(WaitForCalls(2));
-    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
-                                 "json object created is null. cannot parse identity network response:\n"
-                                 "not json at all\nError - test.parse_failed cannot parse"),
-              1u);
-
+    ASSERT_TRUE(WaitForCalls(reports.size() + 2));
     Dispose();
     services->SetJsonUtilityService(nullptr);
     Create();
     QueueHit("b", "optedin");
-    ASSERT_TRUE(WaitForCalls(3));
-    EXPECT_EQ(module->Calls(), (Strings{"pair-a empty", "pair-a empty", "pair-b empty"}));
-    EXPECT_EQ(
-        CountIdentityLines(log, LoggingMode::DEBUG_LOG, "json utility service is null. cannot parse data. return"), 1u);
+    ASSERT_TRUE(WaitForCalls(reports.size() + 3));
+    reports.insert(reports.end(), {"pair-a empty", "pair-a empty", "pair-b empty"});
+    EXPECT_EQ(module->Calls(), reports);
+    auto count = [&](const std::string& line) { return CountIdentityLines(log, LoggingMode::DEBUG_LOG, line); };
+    EXPECT_EQ(count("Recoverable network error while processing Identity requests.  Will retry in 30 seconds."), 1u);
+    EXPECT_EQ(count("Un-recoverable network error while processing Identity requests.  Discarding request."), 1u);
+    EXPECT_EQ(count("json object created is null. cannot parse identity network response."), 3u);
+    EXPECT_EQ(count("json object created is null. cannot parse identity network response:\nnot json at all\n"
+                    "Error - test.parse_failed cannot parse"),
+              1u);
+    EXPECT_EQ(count("json utility service is null. cannot parse data. return"), 1u);
 }
 
 // ---- The whole road: module, hub, queue, HTTP server, data store ----

@@ -97,7 +97,6 @@ TEST(IdentityThreadsTest, AnAnswerArrivingDuringUnregistrationIsSavedBeforeShutd
     harness.Shutdown();
     auto store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "test-blob");
-    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
 }
 
 TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfOurs) {
