@@ -1,4 +1,3 @@
-
 #include <deque>
 #include <optional>
 
@@ -11,12 +10,8 @@ using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 
-namespace {
-
-const std::string& ORG = VelmoraTest::STATE_ORG;
-const std::string& MID = VelmoraTest::STATE_MID;
-
-}  // namespace
+using VelmoraTest::STATE_MID;
+using VelmoraTest::STATE_ORG;
 
 TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOut) {
     VelmoraTestServer::TestIdentityServer server;
@@ -26,7 +21,7 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
     auto configure = [&](const std::string& privacy) {
         VelmoraTest::ConfigureWithServer(
             harness, server.Host(),
-            {{"ondaraCloud.org", ORG}, {"audience.server", "audience.example"}, {"global.privacy", privacy}});
+            {{"ondaraCloud.org", STATE_ORG}, {"audience.server", "audience.example"}, {"global.privacy", privacy}});
         const auto wanted = privacy == "optedout" ? MobilePrivacyStatus::OPT_OUT : MobilePrivacyStatus::OPT_IN;
         ASSERT_TRUE(VelmoraTest::WaitFor([&] {
             bool applied = false;
@@ -46,7 +41,7 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
     LogCapture capture(LoggingMode::DEBUG_LOG);
     // The configuration at the response decides, not the module's own status.
     harness.RunInIdentityQueue([&] {
-        harness.identity->mid = MID;
+        harness.identity->mid = STATE_MID;
         harness.identity->privacy_status = MobilePrivacyStatus::OPT_OUT;
     });
     audience_response(false);
@@ -58,12 +53,12 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
     EXPECT_TRUE(capture.Contains("Could not send opt-out request as url is empty."));
 
     // An audience answer that comes before the wipe of its status change still sees the MID.
-    harness.RunInIdentityQueue([&] { harness.identity->mid = MID; });
+    harness.RunInIdentityQueue([&] { harness.identity->mid = STATE_MID; });
     audience_response(std::nullopt);
     audience_response(true);
     EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
     audience_response(false);
-    EXPECT_EQ(capture.Count("Sending opt-out request to " + server.BaseUrl() + "/veloptout.jpg?d_mid=" + MID +
+    EXPECT_EQ(capture.Count("Sending opt-out request to " + server.BaseUrl() + "/veloptout.jpg?d_mid=" + STATE_MID +
                             "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."),
               1u);
     EXPECT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
@@ -72,7 +67,7 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
 TEST(AnalyticsIdSyncTest, OnlyTheFirstIdEverIsQueuedBehindWaitingEventsUnforcedAtTheResponsesNumber) {
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
-    harness.Configure({{"ondaraCloud.org", ORG}});
+    harness.Configure({{"ondaraCloud.org", STATE_ORG}});
     auto waiting_data = std::make_shared<EventData>();
     waiting_data->PutBoolean("issyncevent", true);
     auto waiting =

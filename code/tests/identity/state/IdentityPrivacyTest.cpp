@@ -1,5 +1,3 @@
-
-
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
@@ -11,9 +9,10 @@ using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::WaitFor;
 
-namespace {
+using VelmoraTest::STATE_MID;
+using VelmoraTest::STATE_ORG;
 
-const std::string& MID = VelmoraTest::STATE_MID;
+namespace {
 
 std::shared_ptr<EventData> PrivacyData(const std::string& status) {
     auto data = std::make_shared<EventData>();
@@ -30,7 +29,7 @@ TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueu
     IdentityHarness harness;
     harness.RegisterIdentity();
     VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", VelmoraTest::STATE_ORG}, {"global.privacy", "optunknown"}});
+                                     {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
     VelmoraTest::FillIdentity(harness);
     auto store = VelmoraTest::Store(harness);
     store->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
@@ -50,8 +49,8 @@ TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueu
     EXPECT_TRUE(WaitFor([&] { return queued() == 0u; }));
     ASSERT_EQ(server.Requests().size(), 1u);
     EXPECT_EQ(server.Requests()[0].path, "/veloptout.jpg");
-    EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() + "/veloptout.jpg?d_mid=" + MID +
-                                 "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
+    EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() +
+                                 "/veloptout.jpg?d_mid=" + STATE_MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
     // Saved wiped (waited for above) and published; the analytics mark and the push flag go too.
     EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
@@ -65,7 +64,7 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
     harness.RegisterIdentity();
     harness.RunInIdentityQueue([&] {
         auto& id = *harness.identity;
-        id.mid = MID;
+        id.mid = STATE_MID;
         // Nothing to compare, a wrong type, the status already held, or unknown: nothing is undone.
         auto wrong_type = std::make_shared<EventData>();
         wrong_type->PutInteger("global.privacy", 1);
@@ -74,7 +73,7 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
             id.ProcessPrivacyChange(1, data);
         }
         EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::UNKNOWN);
-        EXPECT_EQ(id.mid, MID);
+        EXPECT_EQ(id.mid, STATE_MID);
     });
     EXPECT_EQ(harness.IdentityState(), nullptr);
 
@@ -83,8 +82,8 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
         auto& id = *harness.identity;
         id.ProcessPrivacyChange(2, PrivacyData("optedout"));
         EXPECT_EQ(id.mid, "");
-        id.mid = MID;
+        id.mid = STATE_MID;
         id.ProcessPrivacyChange(3, PrivacyData("optedout"));
-        EXPECT_EQ(id.mid, MID);
+        EXPECT_EQ(id.mid, STATE_MID);
     });
 }
