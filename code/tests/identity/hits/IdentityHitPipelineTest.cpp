@@ -1,5 +1,3 @@
-
-
 #include "identity/hits/IdentityHitDatabase.h"
 #include "identity/hits/IdentityHitQueue.h"
 #include "identity/hits/IdentityObject.h"
@@ -28,14 +26,6 @@ const std::string ORG = "ORG@VelmoraOrg";
 const std::string DATABASE_FILE = "VLBMobileIdentity.sqlite";
 
 using Strings = std::vector<std::string>;
-
-/// A fault for the sync path only, so that other requests are answered normally.
-Fault IdFault(const std::function<void(Fault&)>& set) {
-    Fault fault;
-    fault.path = "/id";
-    set(fault);
-    return fault;
-}
 
 /// A module that only records what the processor reports: the pair id, with " empty" when no
 /// answer came. It is registered on a hub, whose task queue applies the reports, but builds no
@@ -143,7 +133,9 @@ TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingT
     std::string queued;
     Strings tags, reports;
     for (const auto& c : cases) {
-        server.PushFault(IdFault(c.fault));
+        Fault fault;  // hits are the only requests here
+        c.fault(fault);
+        server.PushFault(fault);
         if (c.tag != queued) QueueHit(queued = c.tag);
         tags.push_back(c.tag);
         if (c.report) reports.push_back("pair-" + c.tag + c.report);
@@ -156,7 +148,9 @@ TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingT
     Dispose();
     services->SetJsonUtilityService(std::make_shared<ThrowingJsonService>());
     Create();
-    server.PushFault(IdFault([](Fault& f) { f.body = std::string("not json at all"); }));
+    Fault text;
+    text.body = "not json at all";
+    server.PushFault(text);
     QueueHit("a", "optedin");
     ASSERT_TRUE(WaitForCalls(reports.size() + 2));
     Dispose();

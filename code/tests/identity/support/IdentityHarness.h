@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -129,11 +128,10 @@ public:
     std::vector<std::shared_ptr<VelmoraMobile::Event>> Events(
         const std::shared_ptr<VelmoraMobile::EventType>& type,
         const std::shared_ptr<VelmoraMobile::EventSource>& source) const {
-        auto events = recorder->Events();
-        events.erase(
-            std::remove_if(events.begin(), events.end(),
-                           [&](const auto& e) { return e->GetEventType() != type || e->GetEventSource() != source; }),
-            events.end());
+        std::vector<std::shared_ptr<VelmoraMobile::Event>> events;
+        for (const auto& e : recorder->Events()) {
+            if (e->GetEventType() == type && e->GetEventSource() == source) events.push_back(e);
+        }
         return events;
     }
     /// Waits until an event satisfying `predicate` was delivered; returns it or null on timeout.
