@@ -60,7 +60,7 @@ protected:
 
 }  // namespace
 
-TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMid) {
+TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMidAndRenewsTheRecord) {
     VelmoraTest::LogCapture log;
     EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), ""), Strings{""});
     EXPECT_EQ(Fields(harness), "device-mid|||7|new-blob|||1800|0");
@@ -95,10 +95,8 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
     ASSERT_TRUE(update->GetData()->GetVariantMap("config.update", values));
     EXPECT_EQ(values.size(), 1u);
     EXPECT_EQ(StringUtils::ToString(*values.at("global.privacy")), "\"optedout\"");
-}
 
-// The record handed out is reused until a field changes: each field alone must renew it.
-TEST_F(IdentityResponseApplicationTest, ThePublishedRecordFollowsEachFieldAlone) {
+    // The record handed out is reused until a field changes: each field alone must renew it.
     namespace Keys = IdentityConstants::EventDataKeys::Identity;
     harness.RunInIdentityQueue([&] {
         const std::pair<std::string*, const std::string*> fields[] = {
