@@ -16,7 +16,6 @@
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::WaitFor;
 using VelmoraTestServer::Fault;
 using VelmoraTestServer::TestIdentityServer;
 
