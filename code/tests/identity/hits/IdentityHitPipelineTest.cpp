@@ -1,28 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "identity/hits/IdentityHitDatabase.h"
 #include "identity/hits/IdentityHitQueue.h"
 #include "identity/hits/IdentityObject.h"
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/EventHub.h"
-#include "runtime/services/PlatformServices.h"
 #include "runtime/values/SdkError.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempDir.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
@@ -41,42 +24,29 @@ using std::chrono::milliseconds;
 
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string DATABASE_FILE = "VLBMobileIdentity.sqlite";
-const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
 
 using Strings = std::vector<std::string>;
 
-/// A fault for the sync path only, so that other requests are answered normally.
-Fault IdFault(const std::function<void(Fault&)>& set) {
-    Fault fault;
-    fault.path = "/id";
-    set(fault);
-    return fault;
-}
-
-/// A module that only records what the processor reports. It is registered on a hub, whose task
-/// queue applies the reports, but builds no pipeline of its own.
+/// A module that only records what the processor reports: the pair id, with " empty" when no
+/// answer came. It is registered on a hub, whose task queue applies the reports, but builds no
+/// pipeline of its own.
 class RecordingIdentity : public Identity {
 public:
     void OnRegistered() override {}
     void OnUnregistered() override {}
-
-    struct Call {
-        std::shared_ptr<IdentityObject> object;
-        std::string pair_id;
-    };
     void NetworkResponseLoaded(const std::shared_ptr<IdentityObject>& object, const std::string& pair_id,
                                int32_t) override {
         std::lock_guard<std::mutex> lock(mutex_);
-        calls_.push_back(Call{object, pair_id});
+        calls_.push_back(pair_id + (object ? "" : " empty"));
     }
-    std::vector<Call> Calls() const {
+    Strings Calls() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return calls_;
     }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<Call> calls_;
+    Strings calls_;
 };
 
 /// A parser that fails loudly, as some platforms' parsers do.
@@ -86,16 +56,6 @@ public:
         throw SdkError("test.parse_failed", "cannot parse", DebugInfo());
     }
 };
-
-bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
-    return event->GetName() == UPDATED && event->GetEventSource() == EventSource::RESPONSE_IDENTITY &&
-           event->GetResponsePairID() == pair_id;
-}
-
-size_t CountUpdated(const IdentityHarness& harness, const std::string& pair_id) {
-    const auto events = harness.Events();
-    return std::count_if(events.begin(), events.end(), [&](const auto& e) { return IsUpdated(e, pair_id); });
-}
 
 Strings Params(const TestIdentityServer& server, const std::string& key) {
     Strings values;
@@ -149,13 +109,6 @@ protected:
     milliseconds saved_retry_wait_{0};
 };
 
-std::shared_ptr<EventData> SyncData(const std::string& crm_id) {
-    auto data = std::make_shared<EventData>();
-    data->PutStringMap("visitoridentifiers", {{"crm", crm_id}});
-    data->PutBoolean("issyncevent", true);
-    return data;
-}
-
 }  // namespace
 
 TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingTheNext) {
@@ -164,71 +117,57 @@ TEST_F(IdentityHitPipelineTest, EveryKindOfAnswerEndsItsHitInOrderWithoutLosingT
     struct Case {
         std::string tag;
         std::function<void(Fault&)> fault;
-        bool reported_empty;
+        const char* report;  // what the module hears; none for a request that is retried
     };
     const std::vector<Case> cases = {
         // A 503 is retried after the (shortened) wait, before any younger hit.
-        {"busy", [](Fault& f) { f.status = 503; }, false},
-        {"busy", [](Fault&) {}, false},
-        {"gone", [](Fault& f) { f.status = 404; }, true},
-        {"text", [](Fault& f) { f.not_json = true; }, true},
-        {"garbage", [](Fault& f) { f.not_json = true, f.garbage_bytes = 2 * 1024 * 1024; }, true},
-        {"empty", [](Fault& f) { f.body = std::string("{}"); }, true},
-        {"reset", [](Fault& f) { f.drop_connection = true; }, true},
-        {"last", [](Fault&) {}, false},
+        {"busy", [](Fault& f) { f.status = 503; }, nullptr},
+        {"busy", [](Fault&) {}, ""},
+        {"gone", [](Fault& f) { f.status = 404; }, " empty"},
+        {"text", [](Fault& f) { f.not_json = true; }, " empty"},
+        {"garbage", [](Fault& f) { f.not_json = true, f.garbage_bytes = 2 * 1024 * 1024; }, " empty"},
+        {"empty", [](Fault& f) { f.body = std::string("{}"); }, " empty"},
+        {"reset", [](Fault& f) { f.drop_connection = true; }, " empty"},
+        {"last", [](Fault&) {}, ""},
     };
-    std::vector<Case> hits;  // cases are requests: a retried hit has more than one
+    std::string queued;
+    Strings tags, reports;
     for (const auto& c : cases) {
-        server.PushFault(IdFault(c.fault));
-        if (hits.empty() || hits.back().tag != c.tag) {
-            QueueHit(c.tag);
-            hits.push_back(c);
-        }
+        Fault fault;  // hits are the only requests here
+        c.fault(fault);
+        server.PushFault(fault);
+        if (c.tag != queued) QueueHit(queued = c.tag);
+        tags.push_back(c.tag);
+        if (c.report) reports.push_back("pair-" + c.tag + c.report);
     }
     database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_IN);
-
-    ASSERT_TRUE(WaitForCalls(hits.size()));
-    ASSERT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(dir.File(DATABASE_FILE)).empty(); }));
-    Strings tags;
-    for (const auto& c : cases) tags.push_back(c.tag);
+    ASSERT_TRUE(WaitForCalls(reports.size()));
     EXPECT_EQ(Params(server, "hit"), tags);
-    auto calls = module->Calls();
-    ASSERT_EQ(calls.size(), hits.size());
-    for (size_t i = 0; i < hits.size(); ++i) {
-        EXPECT_EQ(calls[i].pair_id, "pair-" + hits[i].tag);
-        ASSERT_EQ(calls[i].object == nullptr, hits[i].reported_empty) << hits[i].tag;
-    }
 
-    auto count = [&](const std::string& line) { return CountIdentityLines(log, LoggingMode::DEBUG_LOG, line); };
-    EXPECT_EQ(count("Recoverable network error while processing Identity requests.  Will retry in 30 seconds."), 1u);
-    EXPECT_EQ(count("Un-recoverable network error while processing Identity requests.  Discarding request."), 1u);
-    EXPECT_EQ(count("json object created is null. cannot parse identity network response."), 2u);
-    EXPECT_EQ(count("json object created is null or empty. cannot parse identity network response."), 1u);
-    EXPECT_EQ(count("something went wrong in ids sync network call. Cannot save data."), 1u);
-}
-
-TEST_F(IdentityHitPipelineTest, AThrowingParserReportsTwiceAndAMissingOneOnce) {
-    LogCapture log;
+    // A parser that throws reports twice; a missing one once.
+    Dispose();
     services->SetJsonUtilityService(std::make_shared<ThrowingJsonService>());
     Create();
-    server.PushFault(IdFault([](Fault& f) { f.body = std::string("not json at all"); }));
+    Fault text;
+    text.body = "not json at all";
+    server.PushFault(text);
     QueueHit("a", "optedin");
-    ASSERT_TRUE(WaitForCalls(2));
-    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
-                                 "json object created is null. cannot parse identity network response:\n"
-                                 "not json at all\nError - test.parse_failed cannot parse"),
-              1u);
-
+    ASSERT_TRUE(WaitForCalls(reports.size() + 2));
     Dispose();
     services->SetJsonUtilityService(nullptr);
     Create();
     QueueHit("b", "optedin");
-    ASSERT_TRUE(WaitForCalls(3));
-    auto calls = module->Calls();
-    for (const auto& call : calls) EXPECT_EQ(call.object, nullptr);
-    EXPECT_EQ((Strings{calls[0].pair_id, calls[1].pair_id, calls[2].pair_id}), (Strings{"pair-a", "pair-a", "pair-b"}));
-    EXPECT_EQ(
-        CountIdentityLines(log, LoggingMode::DEBUG_LOG, "json utility service is null. cannot parse data. return"), 1u);
+    ASSERT_TRUE(WaitForCalls(reports.size() + 3));
+    reports.insert(reports.end(), {"pair-a empty", "pair-a empty", "pair-b empty"});
+    EXPECT_EQ(module->Calls(), reports);
+    auto count = [&](const std::string& line) { return CountIdentityLines(log, LoggingMode::DEBUG_LOG, line); };
+    EXPECT_EQ(count("Recoverable network error while processing Identity requests.  Will retry in 30 seconds."), 1u);
+    EXPECT_EQ(count("Un-recoverable network error while processing Identity requests.  Discarding request."), 1u);
+    EXPECT_EQ(count("json object created is null. cannot parse identity network response."), 3u);
+    EXPECT_EQ(count("json object created is null. cannot parse identity network response:\nnot json at all\n"
+                    "Error - test.parse_failed cannot parse"),
+              1u);
+    EXPECT_EQ(count("json utility service is null. cannot parse data. return"), 1u);
 }
 
 // ---- The whole road: module, hub, queue, HTTP server, data store ----
@@ -245,7 +184,10 @@ TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWi
         VelmoraTest::ConfigureWithServer(harness, server.Host(),
                                          {{"ondaraCloud.org", ORG}, {"global.privacy", "optunknown"}});
         harness.Boot();
-        pair_id = harness.DispatchIdentityRequest(SyncData("user-1"))->GetResponsePairID();
+        auto sync = std::make_shared<EventData>();
+        sync->PutStringMap("visitoridentifiers", {{"crm", "user-1"}});
+        sync->PutBoolean("issyncevent", true);
+        pair_id = harness.DispatchIdentityRequest(sync)->GetResponsePairID();
         ASSERT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(file).size() == 2u; }));
         EXPECT_EQ(VelmoraTest::ReadHitRows(file)[1][1], pair_id);
         harness.RunInIdentityQueue([&] { mid = identity->mid; });
@@ -264,9 +206,9 @@ TEST(IdentityHitPipelineEndToEndTest, UnregisteredRowsStayAndARestartSendsThemWi
     ASSERT_TRUE(server.WaitForRequests(3, milliseconds(20000)));
     EXPECT_EQ(Params(server, "d_mid"), (Strings{mid, mid, mid}));
     EXPECT_TRUE(WaitFor([&] { return VelmoraTest::ReadHitRows(file).empty(); }));
-    ASSERT_TRUE(WaitFor([&] { return CountUpdated(harness, "") == 3u; }));
+    ASSERT_TRUE(WaitFor([&] { return VelmoraTest::ResponsesTo(harness, "").size() == 3u; }));
     VelmoraTest::Settle(harness);
     // The old row lost its pair id: its caller is gone.
-    EXPECT_EQ(CountUpdated(harness, pair_id), 0u);
+    EXPECT_TRUE(VelmoraTest::ResponsesTo(harness, pair_id).empty());
     harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->mid, mid); });
 }

@@ -18,90 +18,65 @@
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::LogCapture;
 using VelmoraTest::ScopedEnvironment;
 
 namespace {
 
-/// Records the one request it is given and answers none.
+/// Records the one request it is given as "url language connect-timeout read-timeout"; answers none.
 class RecordingNetwork : public Object, public virtual NetworkServiceInterface {
 public:
-    std::shared_ptr<HttpConnectionInterface> ConnectUrl(const std::string& url_, const HttpCommand&, const std::string&,
-                                                        const std::map<std::string, std::string>& headers_,
-                                                        std::chrono::seconds connect_timeout_,
-                                                        std::chrono::seconds read_timeout_) override {
-        url = url_;
-        headers = headers_;
-        connect_timeout = connect_timeout_;
-        read_timeout = read_timeout_;
+    std::shared_ptr<HttpConnectionInterface> ConnectUrl(const std::string& url, const HttpCommand&, const std::string&,
+                                                        const std::map<std::string, std::string>& headers,
+                                                        std::chrono::seconds connect_timeout,
+                                                        std::chrono::seconds read_timeout) override {
+        auto language = headers.find("Accept-Language");
+        request = url + " " + (language == headers.end() ? "-" : language->second) + " " +
+                  std::to_string(connect_timeout.count()) + " " + std::to_string(read_timeout.count());
         return nullptr;
     }
     void ConnectUrlAsync(const std::string&, const HttpCommand&, const std::string&,
                          const std::map<std::string, std::string>&, std::chrono::seconds, std::chrono::seconds,
                          const std::function<void(const std::shared_ptr<HttpConnectionInterface>&)>&) override {}
 
-    std::string url;
-    std::map<std::string, std::string> headers;
-    std::chrono::seconds connect_timeout{0};
-    std::chrono::seconds read_timeout{0};
-};
-
-struct Fixture {
-    VelmoraTest::TempDir dir;
-    std::shared_ptr<PlatformServices> services = std::make_shared<PlatformServices>(dir.Path());
-    std::shared_ptr<RecordingNetwork> network = std::make_shared<RecordingNetwork>();
-    IdentityHitProcessor processor{network, services->GetSystemInfoService(), services->GetJsonUtilityService(),
-                                   std::make_shared<Identity>()};
+    std::string request;
 };
 
 }  // namespace
 
-TEST(IdentityHitProcessorTest, RequestNamesTheLanguageWithADashAndWaitsTwoSecondsEach) {
+TEST(IdentityHitProcessorTest, RequestNamesTheLanguageWithADashWaitsTwoSecondsEachAndReadsAnswerFields) {
     ScopedEnvironment all("LC_ALL", std::nullopt);
     ScopedEnvironment messages("LC_MESSAGES", std::nullopt);
     ScopedEnvironment lang("LANG", "en_GB.UTF-8");
-    LogCapture log;
-    Fixture f;
+    VelmoraTest::LogCapture log;
+    VelmoraTest::TempDir dir;
+    auto services = std::make_shared<PlatformServices>(dir.Path());
+    auto network = std::make_shared<RecordingNetwork>();
+    IdentityHitProcessor processor{network, services->GetSystemInfoService(), services->GetJsonUtilityService(),
+                                   std::make_shared<Identity>()};
     auto hit = std::make_shared<IdentityDatabaseHit>();
     hit->url = "http://identity.example/id?d_mid=1";
-    EXPECT_EQ(f.processor.Process(hit), HitProcessResult::DONE);
-    EXPECT_EQ(f.network->url, hit->url);
-    EXPECT_EQ(f.network->headers["Accept-Language"], "en-GB");
-    EXPECT_EQ(f.network->connect_timeout, std::chrono::seconds(2));
-    EXPECT_EQ(f.network->read_timeout, std::chrono::seconds(2));
+    EXPECT_EQ(processor.Process(hit), HitProcessResult::DONE);
+    EXPECT_EQ(network->request, hit->url + " en-GB 2 2");
     EXPECT_EQ(log.Count("something went wrong in ids sync network call. Cannot save data."), 1u);
-}
 
-TEST(IdentityHitProcessorTest, AnswerFieldsAndTheDefaultsOfMissingOnes) {
-    Fixture f;
-    struct Case {
-        std::string json;
-        std::string mid, blob, hint;
-        int64_t ttl;
-        std::string error;
-        std::vector<std::string> opt_out;
-    };
-    const std::vector<Case> cases = {
-        {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m", "b", "9", 1800, "", {}},
-        {R"({"d_mid":"m"})", "m", "", "", 600, "", {}},
+    // mid|blob|hint|ttl|error|opt-out list
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"d_mid":"m","d_blob":"b","dcs_region":9,"id_sync_ttl":1800})", "m|b|9|1800||"},
+        {R"({"d_mid":"m"})", "m|||600||"},
         // Odd values pass through as they came; the module decides what to keep.
-        {R"({"d_mid":5,"d_blob":"b","id_sync_ttl":-30})", "", "b", "", -30, "", {}},
-        {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global"]})", "", "", "", 600, "bad", {"global"}},
+        {R"({"d_mid":5,"d_blob":"b","id_sync_ttl":-30})", "|b||-30||"},
+        {R"({"dcs_region":-1,"error_msg":"bad","d_optout":["global","x"]})", "|||600|bad|global,x,"},
     };
-    for (const auto& c : cases) {
-        auto object = f.processor.CreateIdentityObjectFromResponseJsonObject(
-            f.services->GetJsonUtilityService()->ParseJson(c.json));
-        ASSERT_NE(object, nullptr) << c.json;
-        EXPECT_EQ(object->GetMid(), c.mid) << c.json;
-        EXPECT_EQ(object->GetBlob(), c.blob) << c.json;
-        EXPECT_EQ(object->GetHint(), c.hint) << c.json;
-        EXPECT_EQ(object->GetTtl().count(), c.ttl) << c.json;
-        EXPECT_EQ(object->GetError(), c.error) << c.json;
-        EXPECT_EQ(object->GetOptOut(), c.opt_out) << c.json;
+    for (const auto& [json, fields] : cases) {
+        auto object =
+            processor.CreateIdentityObjectFromResponseJsonObject(services->GetJsonUtilityService()->ParseJson(json));
+        ASSERT_NE(object, nullptr) << json;
+        std::string out = object->GetMid() + "|" + object->GetBlob() + "|" + object->GetHint() + "|" +
+                          std::to_string(object->GetTtl().count()) + "|" + object->GetError() + "|";
+        for (const auto& entry : object->GetOptOut()) out += entry + ",";
+        EXPECT_EQ(out, fields) << json;
     }
-    LogCapture log;
-    EXPECT_EQ(
-        f.processor.CreateIdentityObjectFromResponseJsonObject(f.services->GetJsonUtilityService()->ParseJson("{}")),
-        nullptr);
+    EXPECT_EQ(processor.CreateIdentityObjectFromResponseJsonObject(services->GetJsonUtilityService()->ParseJson("{}")),
+              nullptr);
     EXPECT_EQ(log.Count("json object created is null or empty. cannot parse identity network response."), 1u);
 }

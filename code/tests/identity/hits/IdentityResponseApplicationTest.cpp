@@ -1,20 +1,15 @@
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "identity/hits/IdentityObject.h"
-#include "identity/module/Identity.h"
 #include "identity/module/IdentityConstants.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
+#include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
+using VelmoraTest::Fields;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -40,7 +35,6 @@ protected:
             identity->location_hint = "3";
             identity->ttl = std::chrono::seconds(100);
         });
-        store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
     }
 
     /// Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
@@ -58,37 +52,27 @@ protected:
         return pair_ids;
     }
 
-    /// mid, blob, hint and ttl, read on the module's queue.
-    Strings Fields() {
-        Strings fields;
-        harness.RunInIdentityQueue([&] {
-            fields = {identity->mid, identity->blob, identity->location_hint, std::to_string(identity->ttl.count())};
-        });
-        return fields;
-    }
-
     VelmoraTest::IdentityHarness harness;
     std::shared_ptr<Identity> identity;
-    std::shared_ptr<DataStoreInterface> store;
+    std::shared_ptr<DataStoreInterface> store = VelmoraTest::Store(harness);
     std::shared_ptr<Event> last;  // the newest UPDATED event
 };
 
 }  // namespace
 
-TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMid) {
+TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMidAndRenewsTheRecord) {
     VelmoraTest::LogCapture log;
     EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), ""), Strings{""});
-    EXPECT_EQ(Fields(), (Strings{"device-mid", "new-blob", "7", "1800"}));
+    EXPECT_EQ(Fields(harness), "device-mid|||7|new-blob|||1800|0");
     EXPECT_EQ(last->GetData()->OptString("blob", ""), "new-blob");
     EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
                                  "ID Service - Got ID Response (mid: device-mid, blob: new-blob, hint: 7, ttl: 1800)"),
               1u);
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "new-blob");
-    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
 
     // Missing blob and hint clear what the device had.
     Apply(Answer("server-mid", ""), "");
-    EXPECT_EQ(Fields(), (Strings{"device-mid", "", "", "600"}));
+    EXPECT_EQ(Fields(harness), "device-mid|||||||600|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 
     // An opt-out list asks for the opt-out and still takes the rest of the answer.
@@ -102,19 +86,17 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
     EXPECT_EQ(
         CountIdentityLines(log, LoggingMode::DEBUG_LOG, "ID Service - Got Global Opt Out Response, forcing opt out."),
         1u);
-    auto update = harness.WaitForEvent([](const auto& e) { return e->GetEventType() == EventType::CONFIGURATION; });
+    auto update = harness.WaitForEvent([](const auto& e) {
+        return e->GetEventType() == EventType::CONFIGURATION && e->GetEventSource() == EventSource::REQUEST_CONTENT;
+    });
     ASSERT_NE(update, nullptr);
     EXPECT_EQ(update->GetName(), "Configuration Update From Identity Module");
     Variant::VariantMap values;
-    std::string privacy;
     ASSERT_TRUE(update->GetData()->GetVariantMap("config.update", values));
-    ASSERT_EQ(values.size(), 1u);
-    EXPECT_TRUE(values.at("global.privacy")->GetString(privacy));
-    EXPECT_EQ(privacy, "optedout");
-}
+    EXPECT_EQ(values.size(), 1u);
+    EXPECT_EQ(StringUtils::ToString(*values.at("global.privacy")), "\"optedout\"");
 
-// The record handed out is reused until a field changes: each field alone must renew it.
-TEST_F(IdentityResponseApplicationTest, ThePublishedRecordFollowsEachFieldAlone) {
+    // The record handed out is reused until a field changes: each field alone must renew it.
     namespace Keys = IdentityConstants::EventDataKeys::Identity;
     harness.RunInIdentityQueue([&] {
         const std::pair<std::string*, const std::string*> fields[] = {
@@ -136,7 +118,6 @@ TEST_F(IdentityResponseApplicationTest, ThePublishedRecordFollowsEachFieldAlone)
 
 TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {
     VelmoraTest::LogCapture log;
-    const Strings kept{"device-mid", "old-blob", "3", "100"};
     EXPECT_EQ(Apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
     EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
     EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");
@@ -145,22 +126,21 @@ TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheSta
 
     EXPECT_EQ(Apply(Answer("", "blob-without-mid"), "pair-2"), (Strings{"", "pair-2"}));
     EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), ""), Strings{""});
-    EXPECT_EQ(Fields(), kept);
+    EXPECT_EQ(Fields(harness), "device-mid|||3|old-blob|||100|0");
     EXPECT_FALSE(log.ContainsFragment("ID Service - Got ID Response"));
 
     // An error while the device has no MID yet makes one, and only that.
     harness.RunInIdentityQueue([&] { identity->mid.clear(); });
     EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), "pair-3"), (Strings{"", "pair-3"}));
-    auto fields = Fields();
-    EXPECT_EQ(fields[0].size(), 38u);
-    EXPECT_EQ((Strings{fields[1], fields[2], fields[3]}), (Strings{"old-blob", "3", "100"}));
-    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID", ""), fields[0]);
-    EXPECT_EQ(last->GetData()->OptString("mid", ""), fields[0]);
+    const std::string mid = store->GetString("VELMORAMOBILE_PERSISTED_MID", "");
+    EXPECT_EQ(mid.size(), 38u);
+    EXPECT_EQ(Fields(harness), mid + "|||3|old-blob|||100|0");
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), mid);
 
     // An opted-out module keeps and saves nothing, yet still answers.
     harness.RunInIdentityQueue([&] { identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
     store->Remove("VELMORAMOBILE_PERSISTED_MID_BLOB");
     EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
-    EXPECT_EQ(Fields()[1], "old-blob");
+    EXPECT_EQ(Fields(harness), mid + "|||3|old-blob|||100|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 }

@@ -2,30 +2,20 @@
 // server's answers under load from several host threads, an answer during unregistration, a hub
 // dropped while its worker is busy.
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "identity/hits/IdentityDatabaseHit.h"
 #include "identity/hits/IdentityHitProcessor.h"
-#include "identity/module/Identity.h"
 #include "runtime/hitqueue/HitQueueBase.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/OurThreads.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::WaitFor;
 using VelmoraTestServer::Fault;
 using VelmoraTestServer::TestIdentityServer;
 
@@ -33,7 +23,6 @@ namespace {
 
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
-const std::string STORE = "visitorIDServiceDataStore";
 
 bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
     return event->GetName() == UPDATED && event->GetResponsePairID() == pair_id;
@@ -58,7 +47,7 @@ TEST(IdentityThreadsTest, SyncsAndRequestsFromSeveralHostThreadsAreAllSentAnswer
 
     constexpr int THREADS = 4;
     constexpr int ROUNDS = 8;
-    std::vector<std::vector<std::string>> sync_pairs(THREADS), request_pairs(THREADS);
+    std::vector<std::string> sync_pairs(THREADS * ROUNDS), request_pairs(THREADS * ROUNDS);
     std::vector<std::thread> hosts;
     for (int t = 0; t < THREADS; ++t) {
         hosts.emplace_back([&, t] {
@@ -68,21 +57,18 @@ TEST(IdentityThreadsTest, SyncsAndRequestsFromSeveralHostThreadsAreAllSentAnswer
                 sync->PutStringMap("visitoridentifiers", {{"type" + id, "id" + id}});
                 sync->PutInteger("authenticationstate", 1);
                 sync->PutBoolean("issyncevent", true);
-                sync_pairs[t].push_back(harness.DispatchIdentityRequest(sync)->GetResponsePairID());
+                sync_pairs[t * ROUNDS + r] = harness.DispatchIdentityRequest(sync)->GetResponsePairID();
                 harness.DispatchIdentityRequest(VelmoraTest::MakeData({{"vid", "user" + id}}));
-                request_pairs[t].push_back(harness.DispatchIdentityRequest(nullptr)->GetResponsePairID());
+                request_pairs[t * ROUNDS + r] = harness.DispatchIdentityRequest(nullptr)->GetResponsePairID();
             }
         });
     }
     for (auto& host : hosts) host.join();
 
     // Every answer was applied: each sync's caller heard its paired update, each request its response.
-    for (int t = 0; t < THREADS; ++t) {
-        for (int r = 0; r < ROUNDS; ++r) {
-            const std::string& sync_pair = sync_pairs[t][r];
-            ASSERT_NE(harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, sync_pair); }), nullptr);
-            ASSERT_NE(harness.WaitForResponse(request_pairs[t][r]), nullptr);
-        }
+    for (size_t i = 0; i < sync_pairs.size(); ++i) {
+        ASSERT_NE(harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, sync_pairs[i]); }), nullptr);
+        ASSERT_NE(harness.WaitForResponse(request_pairs[i]), nullptr);
     }
     VelmoraTest::Settle(harness);
     EXPECT_EQ(server.Requests().size(), 1u + THREADS * ROUNDS);
@@ -108,25 +94,19 @@ TEST(IdentityThreadsTest, AnAnswerArrivingDuringUnregistrationIsSavedBeforeShutd
     // The boot's sync is out and its answer still on the way when the stop begins.
     ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20)));
     harness.Shutdown();
-    auto store = harness.services->GetLocalStorageService()->GetDataStore(STORE);
+    auto store = harness.services->GetLocalStorageService()->GetDataStore("visitorIDServiceDataStore");
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "test-blob");
-    EXPECT_EQ(store->GetLong("VELMORAMOBILE_VISITORID_TTL", 0), 1800);
 }
 
 TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfOurs) {
-    struct Case {
-        const char* name;
-        Fault fault;
-    };
-    Fault busy;
-    busy.status = 503;
-    Fault silent;
-    silent.hang = true;
     const std::chrono::milliseconds saved_wait = HitQueueBase::GetRetryWait();
     HitQueueBase::SetRetryWait(std::chrono::seconds(30));
-    for (const Case& c : {Case{"503", busy}, Case{"no answer", silent}}) {
+    for (const bool hang : {false, true}) {  // a 503 waiting for its retry, or no answer at all
         TestIdentityServer server;
-        server.SetDefaultFault(c.fault);
+        Fault fault;
+        fault.status = hang ? 200 : 503;
+        fault.hang = hang;
+        server.SetDefaultFault(fault);
         VelmoraTest::TempDir dir;
         std::weak_ptr<Identity> weak_identity;
         size_t requests = 0;
@@ -134,19 +114,19 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
             IdentityHarness harness(dir.Path());
             weak_identity = harness.RegisterIdentity();
             ConfigureAndBoot(harness, server);
-            ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20))) << c.name;
+            ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20))) << hang;
             // Nothing but the worker is busy: a task that briefly holds the hub is over.
             VelmoraTest::Settle(harness);
             harness.identity.reset();
             auto start = std::chrono::steady_clock::now();
             harness.hub.reset();  // no Shutdown: the destructor stops it all the same
-            EXPECT_LT(std::chrono::steady_clock::now() - start, EventHub::DEFAULT_SHUTDOWN_DEADLINE) << c.name;
+            EXPECT_LT(std::chrono::steady_clock::now() - start, EventHub::DEFAULT_SHUTDOWN_DEADLINE) << hang;
             requests = server.Requests().size();
-            EXPECT_TRUE(weak_identity.expired()) << c.name;
+            EXPECT_TRUE(weak_identity.expired()) << hang;
         }
         // The harness's services went with it; nothing of ours is left to send anything.
-        EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u) << c.name;
-        EXPECT_EQ(server.Requests().size(), requests) << c.name;
+        EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u) << hang;
+        EXPECT_EQ(server.Requests().size(), requests) << hang;
     }
     HitQueueBase::SetRetryWait(saved_wait);
 }

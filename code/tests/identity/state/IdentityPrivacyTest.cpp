@@ -1,36 +1,18 @@
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
-#include <string>
-
-#include "identity/ids/VisitorId.h"
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/values/Variant.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::Store;
 using VelmoraTest::WaitFor;
-using VelmoraTestServer::TestIdentityServer;
+
+using VelmoraTest::STATE_MID;
+using VelmoraTest::STATE_ORG;
 
 namespace {
-
-const std::string& ORG = VelmoraTest::STATE_ORG;
-const std::string& MID = VelmoraTest::STATE_MID;
-
-int64_t QueuedHits(const std::string& data_dir) {
-    return static_cast<int64_t>(VelmoraTest::ReadHitRows(data_dir + "/VLBMobileIdentity.sqlite").size());
-}
 
 std::shared_ptr<EventData> PrivacyData(const std::string& status) {
     auto data = std::make_shared<EventData>();
@@ -38,63 +20,43 @@ std::shared_ptr<EventData> PrivacyData(const std::string& status) {
     return data;
 }
 
-// A booted module configured against the local identity server over plain HTTP, holding a full
-// identity, an analytics-sync mark and a push token on record. The unknown status holds the
-// boot's sync in the hit table, unsent.
-class OptOutFixture : public ::testing::Test {
-protected:
-    void SetUp() override {
-        harness.RegisterIdentity();
-        VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                         {{"ondaraCloud.org", ORG}, {"global.privacy", "optunknown"}});
-        VelmoraTest::FillIdentity(harness);
-        Store(harness)->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
-        harness.Boot();
-        ASSERT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 1; }));
-    }
-
-    // Opts out through the configuration and waits until the module has saved the wipe.
-    void OptOut() {
-        harness.ConfigureVariants({{"global.privacy", Variant::FromString("optedout")}});
-        auto store = Store(harness);
-        ASSERT_TRUE(WaitFor([&] { return !store->Contains("VELMORAMOBILE_PERSISTED_MID"); }));
-        harness.Drain();
-    }
-
-    TestIdentityServer server;
-    IdentityHarness harness;
-};
-
 }  // namespace
 
-TEST_F(OptOutFixture, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueuedHits) {
+// A booted module holding a full identity, an analytics-sync mark and a push token; the unknown
+// status holds the boot's sync in the hit table, unsent.
+TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueuedHits) {
+    VelmoraTestServer::TestIdentityServer server;
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                     {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
+    VelmoraTest::FillIdentity(harness);
+    auto store = VelmoraTest::Store(harness);
+    store->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
+    harness.Boot();
+    auto queued = [&] { return VelmoraTest::ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite").size(); };
+    ASSERT_TRUE(WaitFor([&] { return queued() == 1u; }));
     LogCapture capture(LoggingMode::DEBUG_LOG);
-    OptOut();
-
-    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
-    EXPECT_TRUE(WaitFor([&] { return QueuedHits(harness.DataDir()) == 0; }));
-    auto requests = server.Requests();
-    ASSERT_EQ(requests.size(), 1u);
-    EXPECT_EQ(requests[0].path, "/veloptout.jpg");
-    EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() + "/veloptout.jpg?d_mid=" + MID +
-                                 "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
-
-    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
-    auto store = Store(harness);
-    // Saved wiped (the fixture waits for that); the analytics mark and the push flag go too.
-    EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
-    EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
-
-    // The wiped record is published.
-    ASSERT_NE(harness.IdentityState(), nullptr);
-    EXPECT_FALSE(harness.IdentityState()->ContainsKey("mid"));
-}
-
-TEST_F(OptOutFixture, HandleOptOutSendsOnlyWhenTheConfigurationAtTheEventSaysOptedOut) {
-    LogCapture capture(LoggingMode::DEBUG_LOG);
+    // HandleOptOut sends only when the configuration at its event says opted out.
     auto later = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE).SetEventNumber(1000000).Build();
     harness.RunInIdentityQueue([&] { harness.identity->HandleOptOut(later); });
     EXPECT_FALSE(capture.ContainsFragment("Sending opt-out request"));
+
+    harness.Configure({{"global.privacy", "optedout"}});
+    ASSERT_TRUE(WaitFor([&] { return !store->Contains("VELMORAMOBILE_PERSISTED_MID"); }));
+    harness.Drain();
+    ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(10)));
+    EXPECT_TRUE(WaitFor([&] { return queued() == 0u; }));
+    ASSERT_EQ(server.Requests().size(), 1u);
+    EXPECT_EQ(server.Requests()[0].path, "/veloptout.jpg");
+    EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() +
+                                 "/veloptout.jpg?d_mid=" + STATE_MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
+    // Saved wiped (waited for above) and published; the analytics mark and the push flag go too.
+    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
+    EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
+    EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
+    ASSERT_NE(harness.IdentityState(), nullptr);
+    EXPECT_FALSE(harness.IdentityState()->ContainsKey("mid"));
 }
 
 TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
@@ -102,7 +64,7 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
     harness.RegisterIdentity();
     harness.RunInIdentityQueue([&] {
         auto& id = *harness.identity;
-        id.mid = MID;
+        id.mid = STATE_MID;
         // Nothing to compare, a wrong type, the status already held, or unknown: nothing is undone.
         auto wrong_type = std::make_shared<EventData>();
         wrong_type->PutInteger("global.privacy", 1);
@@ -111,7 +73,7 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
             id.ProcessPrivacyChange(1, data);
         }
         EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::UNKNOWN);
-        EXPECT_EQ(id.mid, MID);
+        EXPECT_EQ(id.mid, STATE_MID);
     });
     EXPECT_EQ(harness.IdentityState(), nullptr);
 
@@ -120,8 +82,8 @@ TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
         auto& id = *harness.identity;
         id.ProcessPrivacyChange(2, PrivacyData("optedout"));
         EXPECT_EQ(id.mid, "");
-        id.mid = MID;
+        id.mid = STATE_MID;
         id.ProcessPrivacyChange(3, PrivacyData("optedout"));
-        EXPECT_EQ(id.mid, MID);
+        EXPECT_EQ(id.mid, STATE_MID);
     });
 }

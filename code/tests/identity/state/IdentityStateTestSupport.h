@@ -1,11 +1,6 @@
 #pragma once
 
-#include <chrono>
-#include <memory>
-#include <string>
-
 #include "identity/ids/VisitorId.h"
-#include "identity/module/Identity.h"
 #include "tests/identity/support/IdentityHarness.h"
 
 // Helpers shared by the identity state tests. Header only; test thread only.

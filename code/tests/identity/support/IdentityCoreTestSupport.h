@@ -1,18 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <future>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "identity/module/ConfigurationSharedStateIdentity.h"
-#include "identity/module/Identity.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/values/Variant.h"
 #include "tests/identity/support/IdentityHarness.h"
 
 // Helpers shared by the identity core tests. Header only; test thread only.
