@@ -28,7 +28,6 @@ TEST(TestIdentityServerTest, IdAnswerKeepsOrMakesTheMidAndEveryRequestIsRecorded
     options.location_hint = 6;
     options.ttl = 42;
     TestIdentityServer server(options);
-    EXPECT_EQ(server.Host(), "127.0.0.1:" + std::to_string(server.Port()));
 
     const std::string mid = "01234567890123456789012345678901234567";
     const std::string query = "d_mid=" + mid + "&d_cid_ic=DSID_20915%01AAAA%011&d_cid_ic=crm%01abc%011";
@@ -42,13 +41,10 @@ TEST(TestIdentityServerTest, IdAnswerKeepsOrMakesTheMidAndEveryRequestIsRecorded
 
     const auto requests = server.Requests();
     ASSERT_EQ(requests.size(), 4u);
-    EXPECT_EQ(requests[0].path, "/id");
-    EXPECT_EQ(requests[0].query, query);
+    EXPECT_EQ(requests[0].path + "?" + requests[0].query, "/id?" + query);
     EXPECT_EQ(requests[0].params.at("d_cid_ic"), std::string("DSID_20915\x01") + "AAAA\x01" + "1");
     EXPECT_EQ(requests[0].all_params.count("d_cid_ic"), 2u);
     EXPECT_EQ(requests[2].params.at("d_mid"), "123");
-    server.ClearRequests();
-    EXPECT_TRUE(server.Requests().empty());
 }
 
 TEST(TestIdentityServerTest, StopCutsDelayedHangingAndIdleConnectionsShort) {
