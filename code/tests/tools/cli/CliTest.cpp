@@ -2,9 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -45,24 +43,16 @@ std::string ReadFile(const std::string& path) {
 class CliTest : public ::testing::Test {
 protected:
     /// Runs velmora-identity as a user would: stdin from /dev/null, stdout to a file, stderr to a
-    /// file or, on a `terminal`, to a pseudo-terminal as in an interactive shell. No argument holds a quote.
+    /// file or, on a `terminal`, to a pseudo-terminal (script(1)) as in an interactive shell. No
+    /// argument holds a quote.
     CliResult Run(const std::vector<std::string>& arguments, bool terminal = false) const {
         std::string command = "'" VELMORA_CLI_PATH "'";
         for (const auto& argument : arguments) command += " '" + argument + "'";
-        int master = -1;
-        int slave = -1;
-        terminal = terminal && openpty(&master, &slave, nullptr, nullptr, nullptr) == 0;
-        command += " </dev/null >" + dir.File("cli.out") + " 2>" +
-                   (terminal ? "&" + std::to_string(slave) : dir.File("cli.err"));
-        const int exit_code = WEXITSTATUS(std::system(command.c_str()));
-        if (!terminal) return {exit_code, ReadFile(dir.File("cli.out")), ReadFile(dir.File("cli.err"))};
-        CliResult result{exit_code, ReadFile(dir.File("cli.out")), ""};
-        // With the child gone and our end of the slave closed, the master gives what is left, then EIO.
-        close(slave);
-        char buffer[512];
-        for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;) result.err.append(buffer, n);
-        close(master);
-        return result;
+        command += " >" + dir.File("cli.out");
+        command = terminal ? "script -qec \"" + command + "\" /dev/null >" + dir.File("cli.err") + " 2>&1"
+                           : command + " 2>" + dir.File("cli.err");
+        const int exit_code = WEXITSTATUS(std::system((command + " </dev/null").c_str()));
+        return {exit_code, ReadFile(dir.File("cli.out")), ReadFile(dir.File("cli.err"))};
     }
     /// A run that must succeed; its stdout.
     std::string Ok(const std::vector<std::string>& arguments) const {
@@ -131,13 +121,11 @@ TEST_F(CliTest, SyncGetAppendUrlAndOptOutAcrossProcessesWithPushTokenAdvertising
 TEST_F(CliTest, AnUnansweredSyncTimesOutAnnouncedOnATerminalOnlyAndStaysQueuedUntilCleared) {
     // The boot's forced sync is answered late, inside the wait, and must not pass for the
     // answer to this sync, which the server refuses.
-    Fault late;
-    late.path = "/id";
+    Fault late, busy;
+    late.path = busy.path = "/id";
     late.delay_ms = 1000;
-    server.PushFault(late);
-    Fault busy;
-    busy.path = "/id";
     busy.status = 503;
+    server.PushFault(late);
     server.SetDefaultFault(busy);
 
     CliResult sync = Run(With({"sync", "crm=bob"}, "3"));
@@ -161,7 +149,8 @@ TEST_F(CliTest, AnUnansweredSyncTimesOutAnnouncedOnATerminalOnlyAndStaysQueuedUn
                 HasSubstr("waiting for the identity server's answer from " + server.Host() + " (up to 1.5 s)..."));
 }
 
-TEST_F(CliTest, UsageErrorsNameTheProblemAndExitTwo) {
+// Usage errors name the problem and exit 2; help, version, and the demo, which walks through and opts out.
+TEST_F(CliTest, UsageErrorsHelpVersionAndTheDemo) {
     for (const auto& [arguments, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"frobnicate"}, "unknown subcommand 'frobnicate'"},
              {{"sync", "crm"}, "'crm' is not TYPE=ID[:STATE] (no '=')"},
@@ -186,6 +175,9 @@ TEST_F(CliTest, UsageErrorsNameTheProblemAndExitTwo) {
     EXPECT_THAT(Ok({"--help"}), HasSubstr("append-url"));
     Ok({"sync", "--help"});
     EXPECT_THAT(Ok({"--version"}), StartsWith("velmora-identity "));
+    EXPECT_THAT(Ok({"--data-dir", dir.File("data"), "demo"}),
+                AllOf(HasSubstr("crm=alice-42 state 1 (authenticated)"), HasSubstr("GET /veloptout.jpg?d_mid="),
+                      HasSubstr("record wiped: mid \"\"")));
 }
 
 // Each failure exits 1 with one line naming it, and leaves the record and the configuration as
@@ -223,12 +215,6 @@ TEST_F(CliTest, BadInputFailsWithOneLineAndLosesNothingAndConfigChangesAreKept) 
     EXPECT_EQ(config.at("ondaraCloud.org"), "OTHER@VelmoraOrg");
     EXPECT_FALSE(config.contains("audience.server"));  // the command line overrides the file
     EXPECT_EQ(json::parse(Ok(Later({"--json", "config"}))), config);
-}
-
-TEST_F(CliTest, DemoWalksThroughAndOptsOut) {
-    EXPECT_THAT(Ok({"--data-dir", dir.File("data"), "demo"}),
-                AllOf(HasSubstr("crm=alice-42 state 1 (authenticated)"), HasSubstr("GET /veloptout.jpg?d_mid="),
-                      HasSubstr("record wiped: mid \"\"")));
 }
 
 }  // namespace
