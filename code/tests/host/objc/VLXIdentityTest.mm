@@ -101,15 +101,24 @@ struct RunningCore {
     size_t taken = 0;
 };
 
-// The version before and after a (repeated) registration; a nil URL is answered at once with
-// nil and once more later; a real one comes back decorated with the MID.
-TEST_F(VLXIdentityTest, RegistrationKeepsTheVersionAndAppendToUrlAnswersNilTwice) {
+// Calls without a running core are logged and dropped; the version holds before and after a
+// (repeated) registration; a nil URL is answered at once with nil and once more later, a real one
+// comes back decorated with the MID; a second start is refused and a stop can be repeated.
+TEST_F(VLXIdentityTest, CallsWithoutACoreAreDroppedRegistrationKeepsTheVersionAndAppendToUrlAnswersNilTwice) {
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
     EXPECT_EQ(VLXIdentity_iOSVersionNumber, 1.0);
     EXPECT_NE(std::string(reinterpret_cast<const char*>(VLXIdentity_iOSVersionString)).find("VLXIdentity"),
               std::string::npos);
-    RunningCore core;
     LogCapture log;
+    auto calls = std::make_shared<Answers<std::string>>();
+    [VLXIdentity getOndaraCloudId:^(NSString*) {
+      calls->Add("called");
+    }];
+    [VLXIdentity syncIdentifiers:@{@"crm" : @"alice"}];
+    EXPECT_TRUE(
+        log.Contains("GetOndaraCloudId ignored: no core is running. Start the core before calling the identity API"));
+    RunningCore core;
+    EXPECT_FALSE([VLXMobileCore startWithDataDirectory:nil configurationFile:nil configuration:nil]);
     [VLXIdentity registerExtension];
     [VLXIdentity registerExtension];
     EXPECT_TRUE([[VLXIdentity extensionVersion] isEqualToString:@"1.0.0"]);
@@ -132,6 +141,9 @@ TEST_F(VLXIdentityTest, RegistrationKeepsTheVersionAndAppendToUrlAnswersNilTwice
     std::string url = urls->Values()[2];
     EXPECT_EQ(url.rfind("https://shop.example/cart?item=7&velmora_mc=", 0), 0u) << url;
     EXPECT_NE(url.find("OCMID%3D" + core.Mid()), std::string::npos) << url;
+    EXPECT_TRUE([VLXMobileCore stop]);
+    EXPECT_TRUE([VLXMobileCore stop]);
+    EXPECT_EQ(calls->Count(), 0u);
 }
 
 // PII is logged when it has foreign entries and never sent; nil arguments still send their
@@ -180,33 +192,14 @@ TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOr
     EXPECT_EQ(rows->First(), (std::vector<std::string>{"d_cid_ic|crm|alice|0", "d_cid_ic|loyalty|L-9|1"}));
 }
 
-TEST_F(VLXIdentityTest, CallsWithoutARunningCoreAreLoggedAndDropped) {
-    LogCapture log;
-    auto calls = std::make_shared<Answers<std::string>>();
-    [VLXIdentity getOndaraCloudId:^(NSString*) {
-      calls->Add("called");
-    }];
-    [VLXIdentity syncIdentifiers:@{@"crm" : @"alice"}];
-    EXPECT_TRUE(
-        log.Contains("GetOndaraCloudId ignored: no core is running. Start the core before calling the identity API"));
-    {
-        RunningCore core;
-        EXPECT_FALSE([VLXMobileCore startWithDataDirectory:nil configurationFile:nil configuration:nil]);
-        core.Mid();
-        EXPECT_TRUE([VLXMobileCore stop]);
-        EXPECT_TRUE([VLXMobileCore stop]);
-    }
-    EXPECT_EQ(calls->Count(), 0u);
-}
-
 TEST_F(VLXIdentityTest, ConversionsKeepInRangeStatesAndCleanForeignEntries) {
-    // {value, C++ state of the Objective-C value, Objective-C state of the C++ value}
-    for (auto [value, cpp, objc] : std::vector<std::tuple<NSUInteger, int, int>>{
-             {0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 0, 0}, {7, 0, 0}, {NSUIntegerMax, 0, 0}}) {
+    // {value, the state it maps to either way}
+    for (auto [value, state] :
+         std::vector<std::pair<NSUInteger, int>>{{0, 0}, {1, 1}, {2, 2}, {3, 0}, {7, 0}, {NSUIntegerMax, 0}}) {
         EXPECT_TRUE(static_cast<int>(ToCppVisitorAuthenticationState(
-                        static_cast<VLXMobileVisitorAuthenticationState>(value))) == cpp);
+                        static_cast<VLXMobileVisitorAuthenticationState>(value))) == state);
         EXPECT_TRUE(static_cast<int>(
-                        ToObjCVisitorAuthenticationState(static_cast<VisitorIdAuthenticationState>(value))) == objc);
+                        ToObjCVisitorAuthenticationState(static_cast<VisitorIdAuthenticationState>(value))) == state);
     }
     EXPECT_TRUE(ToCppString(@"caf\u00e9") == "caf\xc3\xa9");
     EXPECT_TRUE([ToNSString("caf\xc3\xa9") isEqualToString:@"caf\u00e9"]);
