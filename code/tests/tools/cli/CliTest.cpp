@@ -83,7 +83,9 @@ protected:
     VelmoraTestServer::TestIdentityServer server;
 };
 
-TEST_F(CliTest, SyncGetAppendUrlAndOptOutAcrossProcessesWithPushTokenAdvertisingIdAndUserIdentifier) {
+// One data folder across processes: sync, get, append-url, push token, advertising id and user
+// identifier; bad input that loses nothing; opting out; the configuration changed.
+TEST_F(CliTest, SyncGetAppendUrlBadInputOptOutAndConfigurationAcrossProcesses) {
     const std::string sync = Ok(With({"sync", "crm=alice:1"}));
     const std::string mid = Ok(Later({"get", "mid"}));
     ASSERT_THAT(mid, MatchesRegex("[0-9]{38}\n"));
@@ -104,6 +106,29 @@ TEST_F(CliTest, SyncGetAppendUrlAndOptOutAcrossProcessesWithPushTokenAdvertising
     Ok(Later({"set-vid", "user 1"}));
     EXPECT_EQ(Ok(Later({"get", "vid"})), "user 1\n");
 
+    // Each failure exits 1 with one line naming it, and leaves the record and the configuration as they were.
+    const std::string before = Ok(Later({"--json", "get", "all"}));
+    const std::string plain = dir.File("plain-file");
+    std::ofstream(plain) << "not a folder";
+    const std::string broken = dir.File("broken.json");
+    std::ofstream(broken) << "{\"ondaraCloud.org\": ";
+    const std::string nested = dir.File("nested.json");
+    std::ofstream(nested) << R"({"ondaraCloud.org": {"a": 1}})";
+    for (const auto& [arguments, line] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--data-dir", plain + "/data", "get", "mid"}, "cannot use the data folder " + plain},
+             {Later({"config", "--file", broken}), "the configuration file " + broken + " is not a JSON object"},
+             {Later({"config", "--file", nested}), nested + ": the value of \"ondaraCloud.org\" is not a string"},
+             {{"--data-dir", dir.File("bare"), "--timeout", "0.5", "sync", "crm=erin"},
+              "timed out after 0.5 s waiting for the configuration"},
+         }) {
+        SCOPED_TRACE(line);
+        CliResult result = Run(arguments);
+        EXPECT_EQ(result.exit_code, 1);
+        EXPECT_THAT(result.err, StartsWith("velmora-identity: " + line));
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+    EXPECT_EQ(Ok(Later({"--json", "get", "all"})), before);
+
     // Opting out: the request has left before the process ends.
     EXPECT_THAT(Ok(Later({"privacy", "optedout"})),
                 AllOf(HasSubstr("server told: GET http://" + server.Host() +
@@ -116,6 +141,17 @@ TEST_F(CliTest, SyncGetAppendUrlAndOptOutAcrossProcessesWithPushTokenAdvertising
     EXPECT_EQ(refused.exit_code, 1);
     EXPECT_THAT(refused.FirstErrorLine(), HasSubstr("opted out"));
     EXPECT_EQ(json::parse(Ok(Later({"--json", "privacy", "optedin"}))), json({{"privacy", "optedin"}}));
+
+    // The configuration is shown, and changed from a file and the command line.
+    json config = json::parse(Ok(Later({"--json", "config"})));
+    EXPECT_EQ(config.at("ondaraCloud.org"), ORG);
+    EXPECT_EQ(config.at("global.ssl"), false);
+    const std::string file = dir.File("more.json");
+    std::ofstream(file) << R"({"ondaraCloud.org": "OTHER@VelmoraOrg", "audience.server": "aud.example"})";
+    config = json::parse(Ok(Later({"--json", "config", "--file", file, "audience.server=null"})));
+    EXPECT_EQ(config.at("ondaraCloud.org"), "OTHER@VelmoraOrg");
+    EXPECT_FALSE(config.contains("audience.server"));  // the command line overrides the file
+    EXPECT_EQ(json::parse(Ok(Later({"--json", "config"}))), config);
 }
 
 TEST_F(CliTest, AnUnansweredSyncTimesOutAnnouncedOnATerminalOnlyAndStaysQueuedUntilCleared) {
@@ -178,43 +214,6 @@ TEST_F(CliTest, UsageErrorsHelpVersionAndTheDemo) {
     EXPECT_THAT(Ok({"--data-dir", dir.File("data"), "demo"}),
                 AllOf(HasSubstr("crm=alice-42 state 1 (authenticated)"), HasSubstr("GET /veloptout.jpg?d_mid="),
                       HasSubstr("record wiped: mid \"\"")));
-}
-
-// Each failure exits 1 with one line naming it, and leaves the record and the configuration as
-// they were; then the configuration is shown and changed from a file and the command line.
-TEST_F(CliTest, BadInputFailsWithOneLineAndLosesNothingAndConfigChangesAreKept) {
-    Ok(With({"sync", "crm=dave:1"}));
-    const std::string before = Ok(Later({"--json", "get", "all"}));
-    const std::string plain = dir.File("plain-file");
-    std::ofstream(plain) << "not a folder";
-    const std::string broken = dir.File("broken.json");
-    std::ofstream(broken) << "{\"ondaraCloud.org\": ";
-    const std::string nested = dir.File("nested.json");
-    std::ofstream(nested) << R"({"ondaraCloud.org": {"a": 1}})";
-    for (const auto& [arguments, line] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"--data-dir", plain + "/data", "get", "mid"}, "cannot use the data folder " + plain},
-             {Later({"config", "--file", broken}), "the configuration file " + broken + " is not a JSON object"},
-             {Later({"config", "--file", nested}), nested + ": the value of \"ondaraCloud.org\" is not a string"},
-             {{"--data-dir", dir.File("bare"), "--timeout", "0.5", "sync", "crm=erin"},
-              "timed out after 0.5 s waiting for the configuration"},
-         }) {
-        SCOPED_TRACE(line);
-        CliResult result = Run(arguments);
-        EXPECT_EQ(result.exit_code, 1);
-        EXPECT_THAT(result.err, StartsWith("velmora-identity: " + line));
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    }
-    EXPECT_EQ(Ok(Later({"--json", "get", "all"})), before);
-
-    json config = json::parse(Ok(Later({"--json", "config"})));
-    EXPECT_EQ(config.at("ondaraCloud.org"), ORG);
-    EXPECT_EQ(config.at("global.ssl"), false);
-    const std::string file = dir.File("more.json");
-    std::ofstream(file) << R"({"ondaraCloud.org": "OTHER@VelmoraOrg", "audience.server": "aud.example"})";
-    config = json::parse(Ok(Later({"--json", "config", "--file", file, "audience.server=null"})));
-    EXPECT_EQ(config.at("ondaraCloud.org"), "OTHER@VelmoraOrg");
-    EXPECT_FALSE(config.contains("audience.server"));  // the command line overrides the file
-    EXPECT_EQ(json::parse(Ok(Later({"--json", "config"}))), config);
 }
 
 }  // namespace
