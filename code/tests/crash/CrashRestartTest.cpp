@@ -1,20 +1,23 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
+using VelmoraTest::SqlRows;
+using VelmoraTest::SqlTextRows;
 using VelmoraTest::TempDir;
 using VelmoraTest::WaitFor;
 using VelmoraTestServer::TestIdentityServer;
@@ -67,20 +70,6 @@ private:
     std::string out_;
     FILE* stdin_;
 };
-
-std::string IntegrityOf(const std::string& path) {
-    std::string result = "cannot read";
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        auto first_row = [](void* out, int, char** values, char**) {
-            *static_cast<std::string*>(out) = values[0];
-            return 1;
-        };
-        sqlite3_exec(db, "PRAGMA integrity_check", first_row, &result, nullptr);
-    }
-    sqlite3_close(db);
-    return result;
-}
 
 // Whether a sync carrying `id` reached the server.
 bool Reached(const TestIdentityServer& server, const std::string& id) {
@@ -142,6 +131,8 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     const int status = host.Stop();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(mids.size(), 1u);  // one MID, and not an empty one
-    EXPECT_EQ(IntegrityOf(dir.File("VLBMobileIdentity.sqlite")), "ok");
-    EXPECT_EQ(IntegrityOf(dir.File("VelmoraDataStores.sqlite")), "ok");
+    for (const char* file : {"VLBMobileIdentity.sqlite", "VelmoraDataStores.sqlite"}) {
+        ASSERT_TRUE(std::filesystem::exists(dir.File(file))) << file;
+        EXPECT_EQ(SqlRows(dir.File(file), "PRAGMA integrity_check"), SqlTextRows{{"ok"}}) << file;
+    }
 }
