@@ -14,7 +14,6 @@
 #import "host/objc/VLXIdentity.h"
 #import "host/objc/VLXIdentityConversions.h"
 #import "host/objc/VLXMobileCore.h"
-#include "identity/module/IdentityConstants.h"
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
@@ -172,14 +171,7 @@ TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOr
                  authentication:static_cast<VLXMobileVisitorAuthenticationState>(7)];
     [VLXIdentity syncIdentifiers:@{@"loyalty" : @"L-9"}
                   authentication:VLXMobileVisitorAuthenticationStateAuthenticated];
-    std::vector<std::shared_ptr<Event>> requests = core.Requests();
-    ASSERT_EQ(requests.size(), 6u);
-    const std::string& key = IdentityConstants::EventDataKeys::Identity::IDENTIFIERS;
-    std::map<std::string, std::string> map{{"x", "x"}};
-    EXPECT_TRUE(requests[0]->GetData()->GetStringMap(key, map) && map.empty());
-    EXPECT_EQ(requests[1]->GetData()->OptInteger("authenticationstate", -1), 2);
-    EXPECT_TRUE(requests[2]->GetData()->GetStringMap(key, map) &&
-                map == (std::map<std::string, std::string>{{"", ""}}));
+    EXPECT_EQ(core.Requests().size(), 6u);  // each call but PII's, nil arguments included
     auto rows = std::make_shared<Answers<std::vector<std::string>>>();
     [VLXIdentity getIdentifiers:^(NSArray* visitors) {
       std::vector<std::string> row;
@@ -201,7 +193,7 @@ TEST_F(VLXIdentityTest, ConversionsKeepInRangeStatesAndCleanForeignEntries) {
         EXPECT_TRUE(static_cast<int>(
                         ToObjCVisitorAuthenticationState(static_cast<VisitorIdAuthenticationState>(value))) == state);
     }
-    EXPECT_TRUE(ToCppString(@"caf\u00e9") == "caf\xc3\xa9");
+    EXPECT_TRUE(ToCppString(@"caf\u00e9") == "caf\xc3\xa9" && ToCppString(nil).empty() && ToStringMap(nil).empty());
     EXPECT_TRUE([ToNSString("caf\xc3\xa9") isEqualToString:@"caf\u00e9"]);
     NSDictionary* mixed = @{@"a" : @"1", @"b" : @2, @3 : @"c"};
     EXPECT_TRUE(ToStringMap(mixed) == (std::map<std::string, std::string>{{"a", "1"}}));
