@@ -47,47 +47,43 @@ TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndARestartOverT
     options.configuration = {{"custom.both", Variant::FromString("map")},
                              {"ondaraCloud.server", Variant::FromString(server.Host())},
                              {"global.ssl", Variant::FromBoolean(true)}};
-    auto answers = std::make_shared<StringAnswers>();
-    std::string mid;
-    {
-        Core core(options);
-        // Both modules' OnRegistered have run: the configuration extension announced its state and
-        // the identity module opened its hit database.
-        auto state = core.Running()->event_hub->GetSharedEventState("com.velmora.module.configuration", nullptr);
-        ASSERT_NE(state, nullptr);
-        std::vector<std::string> values;
-        for (const char* key : {"ondaraCloud.org", "custom.file", "custom.both", "ondaraCloud.server"})
-            values.push_back(state->OptString(key, ""));
-        EXPECT_EQ(values, (std::vector<std::string>{org, "kept", "map", server.Host()}));
-        EXPECT_FALSE(state->OptBoolean("global.ssl", true));
-        EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
-        EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
-        LogCapture log;
-        try {
-            Core second(plain);
-            ADD_FAILURE() << "a second core started";
-        } catch (const SdkError& error) {
-            EXPECT_EQ(error.GetCode(), "core.not_started");
-        }
-        EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
-
-        auto kept = core.IdentityApi();
-        mid = mid_of(kept);
-        EXPECT_EQ(mid.size(), 38u);
-        EXPECT_TRUE(core.Stop());
-        EXPECT_TRUE(core.Stop());
-        EXPECT_EQ(core.Running(), nullptr);
-        EXPECT_EQ(core.Configuration(), nullptr);
-        EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
-        kept->GetOndaraCloudId(answers->StringCallback());
-        core.IdentityApi()->SyncIdentifier("crm", "alice", VisitorIdAuthenticationState::UNKNOWN);
-        EXPECT_TRUE(log.Contains(
-            "GetOndaraCloudId ignored: the identity module is not registered on this hub (the core is stopped or not "
-            "started)"));
-        EXPECT_TRUE(log.Contains(
-            "DispatchIdSyncEvent ignored: no core is running. Start the core before calling the identity API"));
+    Core core(options);
+    // Both modules' OnRegistered have run: the configuration extension announced its state and
+    // the identity module opened its hit database.
+    auto state = core.Running()->event_hub->GetSharedEventState("com.velmora.module.configuration", nullptr);
+    ASSERT_NE(state, nullptr);
+    std::vector<std::string> values;
+    for (const char* key : {"ondaraCloud.org", "custom.file", "custom.both", "ondaraCloud.server"})
+        values.push_back(state->OptString(key, ""));
+    EXPECT_EQ(values, (std::vector<std::string>{org, "kept", "map", server.Host()}));
+    EXPECT_FALSE(state->OptBoolean("global.ssl", true));
+    EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
+    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
+    LogCapture log;
+    try {
+        Core second(plain);
+        ADD_FAILURE() << "a second core started";
+    } catch (const SdkError& error) {
+        EXPECT_EQ(error.GetCode(), "core.not_started");
     }
-    EXPECT_EQ(answers->Count(), 0u);
+    EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
+
+    auto kept = core.IdentityApi();
+    const std::string mid = mid_of(kept);
+    EXPECT_EQ(mid.size(), 38u);
+    EXPECT_TRUE(core.Stop());
+    EXPECT_TRUE(core.Stop());
+    EXPECT_EQ(core.Running(), nullptr);
+    EXPECT_EQ(core.Configuration(), nullptr);
+    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
+    auto answers = std::make_shared<StringAnswers>();
+    kept->GetOndaraCloudId(answers->StringCallback());
+    core.IdentityApi()->SyncIdentifier("crm", "alice", VisitorIdAuthenticationState::UNKNOWN);
+    EXPECT_TRUE(log.Contains(
+        "GetOndaraCloudId ignored: the identity module is not registered on this hub (the core is stopped or not "
+        "started)"));
+    EXPECT_TRUE(log.Contains(
+        "DispatchIdSyncEvent ignored: no core is running. Start the core before calling the identity API"));
 
     VelmoraTestServer::ServerOptions tls;
     tls.tls = true;
@@ -102,6 +98,7 @@ TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndARestartOverT
         EXPECT_TRUE(tls_server.WaitForRequests(1, std::chrono::seconds(20)));
     }
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);  // the destructor stopped it
+    EXPECT_EQ(answers->Count(), 0u);
 }
 
 }  // namespace
