@@ -89,7 +89,6 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     TempDir dir;
     TestIdentityServer server;
     VelmoraTestServer::Fault slow;
-    slow.path = "/id";
     slow.delay_ms = 200;
     server.SetDefaultFault(slow);
     std::set<std::string> durable;
