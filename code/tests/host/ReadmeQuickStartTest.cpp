@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "tests/support/TempDir.h"
@@ -19,12 +19,12 @@ TEST(ReadmeQuickStart, SyncsPrintsTheMidAndADecoratedUrl) {
     std::ofstream(dir.File("velmora.json"))
         << R"({"ondaraCloud.org": "0123456789ABCDEF@VelmoraOrg", "ondaraCloud.server": ")" << server.Host()
         << R"(", "global.ssl": false})";
-    const std::string command = "cd '" + dir.Path() + "' && '" VELMORA_README_QUICK_START "' 2>&1";
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    std::array<char, 256> buffer{};
-    while (pipe != nullptr && fgets(buffer.data(), buffer.size(), pipe) != nullptr) output += buffer.data();
-    ASSERT_TRUE(pipe != nullptr && pclose(pipe) == 0) << output;
+    const int status =
+        std::system(("cd '" + dir.Path() + "' && '" VELMORA_README_QUICK_START "' >out.txt 2>&1").c_str());
+    std::stringstream text;
+    text << std::ifstream(dir.File("out.txt")).rdbuf();
+    const std::string output = text.str();
+    ASSERT_EQ(status, 0) << output;
     ASSERT_THAT(output, ::testing::ContainsRegex("MID [0-9]{38}\n"));
     const std::string mid = output.substr(output.find("MID ") + 4, 38);
     EXPECT_THAT(output,
