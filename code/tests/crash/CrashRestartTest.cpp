@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
@@ -43,9 +44,7 @@ public:
 
     // The complete lines written so far.
     std::string Text() const {
-        std::stringstream text;
-        text << std::ifstream(out_).rdbuf();
-        const std::string all = text.str();
+        const std::string all(std::istreambuf_iterator<char>(std::ifstream(out_).rdbuf()), {});
         return all.substr(0, all.rfind('\n') + 1);
     }
     // Whether a line starting with `line` came after one starting with `after`.

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "tests/support/TempDir.h"
@@ -21,9 +21,7 @@ TEST(ReadmeQuickStart, SyncsPrintsTheMidAndADecoratedUrl) {
         << R"(", "global.ssl": false})";
     const int status =
         std::system(("cd '" + dir.Path() + "' && '" VELMORA_README_QUICK_START "' >out.txt 2>&1").c_str());
-    std::stringstream text;
-    text << std::ifstream(dir.File("out.txt")).rdbuf();
-    const std::string output = text.str();
+    const std::string output(std::istreambuf_iterator<char>(std::ifstream(dir.File("out.txt")).rdbuf()), {});
     ASSERT_EQ(status, 0) << output;
     ASSERT_THAT(output, ::testing::ContainsRegex("MID [0-9]{38}\n"));
     const std::string mid = output.substr(output.find("MID ") + 4, 38);

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,10 +34,8 @@ struct CliResult {
     std::string FirstErrorLine() const { return err.substr(0, err.find('\n')); }
 };
 
-std::string ReadFile(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
+std::string Read(const std::string& path) {
+    return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}};
 }
 
 class CliTest : public ::testing::Test {
@@ -52,7 +50,7 @@ protected:
         command = terminal ? "script -qec \"" + command + "\" /dev/null >" + dir.File("cli.err") + " 2>&1"
                            : command + " 2>" + dir.File("cli.err");
         const int exit_code = WEXITSTATUS(std::system((command + " </dev/null").c_str()));
-        return {exit_code, ReadFile(dir.File("cli.out")), ReadFile(dir.File("cli.err"))};
+        return {exit_code, Read(dir.File("cli.out")), Read(dir.File("cli.err"))};
     }
     /// A run that must succeed; its stdout.
     std::string Ok(const std::vector<std::string>& arguments) const {
