@@ -65,7 +65,6 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     auto sent = server.Requests().at(0);
     EXPECT_EQ(sent.path + "?" + sent.query, "/id?d_orgid=ORG&d_mid=0123456789&d_cid=20920%01");  // escapes unchanged
     EXPECT_EQ(sent.headers.at("Accept-Language"), "en-US");
-    EXPECT_EQ(sent.headers.at("User-Agent"), NetworkConnectionUtil::GetUserAgent());
     EXPECT_EQ(sent.headers.count("X-Injected") + sent.headers.count("X-Bad"), 0u);
     EXPECT_TRUE(capture.Contains("Skipping a request header that would break the request (X-Bad)"));
 
