@@ -1,8 +1,8 @@
 // A host that the crash test kills and restarts: it starts a core on a data folder against an
 // identity server, queues syncs and reports on stdout, one line each, what it knows to be done:
 //   pid <pid>                first, before the core starts
-//   event <name> [<owner>]   an event went over the hub (a state change names its owner); the
-//                            identity module sends "UPDATED_IDENTITY_RESPONSE" as it applies an answer
+//   event <name>             an event went over the hub; the identity module sends
+//                            "UPDATED_IDENTITY_RESPONSE" as it applies an answer
 //   durable <id> <mid>       the sync of <id> has been taken in by the module (stored as a hit)
 //   ready <mid>              every sync of this run is durable
 // and exits 0 once stdin is closed and the core has stopped in order.
@@ -20,7 +20,6 @@
 #include "host/Core.h"
 #include "host/VelmoraMobileCore.h"
 #include "identity/api/IdentityPublicApi.h"
-#include "runtime/bus/EventDataKeys.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
 
@@ -43,9 +42,7 @@ public:
 
 private:
     struct Listener : ModuleEventListener<StateWatcher> {
-        void Hear(const std::shared_ptr<Event>& event) override {
-            Say("event " + event->GetName() + " " + event->GetData()->OptString(EventDataKeys::STATE_OWNER, ""));
-        }
+        void Hear(const std::shared_ptr<Event>& event) override { Say("event " + event->GetName()); }
     };
 };
 
