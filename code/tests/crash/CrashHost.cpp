@@ -1,14 +1,15 @@
 // A host that the crash test kills and restarts: it starts a core on a data folder against an
 // identity server, queues syncs and reports on stdout, one line each, what it knows to be done:
-//   started                  the core runs
-//   event <name> [<owner>]   an event went over the hub (a state change names its owner); the
-//                            identity module sends "UPDATED_IDENTITY_RESPONSE" as it applies an answer
+//   pid <pid>                first, before the core starts
+//   event <name>             an event went over the hub; the identity module sends
+//                            "UPDATED_IDENTITY_RESPONSE" as it applies an answer
 //   durable <id> <mid>       the sync of <id> has been taken in by the module (stored as a hit)
 //   ready <mid>              every sync of this run is durable
-//   stopped                  stdin was closed and the core stopped
+// and exits 0 once stdin is closed and the core has stopped in order.
 // Usage: velmora_crash_host DATA_DIR SERVER_HOST ID_PREFIX COUNT
+#include <unistd.h>
+
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <iostream>
@@ -19,7 +20,6 @@
 #include "host/Core.h"
 #include "host/VelmoraMobileCore.h"
 #include "identity/api/IdentityPublicApi.h"
-#include "runtime/bus/EventDataKeys.h"
 #include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
 
@@ -27,10 +27,9 @@ using namespace VelmoraMobile;
 
 namespace {
 
-std::mutex output_mutex;
-
 void Say(const std::string& line) {
-    std::lock_guard<std::mutex> lock(output_mutex);
+    static std::mutex output;
+    std::lock_guard<std::mutex> lock(output);
     std::cout << line << std::endl;
 }
 
@@ -43,9 +42,7 @@ public:
 
 private:
     struct Listener : ModuleEventListener<StateWatcher> {
-        void Hear(const std::shared_ptr<Event>& event) override {
-            Say("event " + event->GetName() + " " + event->GetData()->OptString(EventDataKeys::STATE_OWNER, ""));
-        }
+        void Hear(const std::shared_ptr<Event>& event) override { Say("event " + event->GetName()); }
     };
 };
 
@@ -62,11 +59,8 @@ std::string Barrier(const IdentityPublicApi& api) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc != 5) {
-        std::cerr << "usage: velmora_crash_host DATA_DIR SERVER_HOST ID_PREFIX COUNT\n";
-        return 2;
-    }
+int main(int, char** argv) {
+    Say("pid " + std::to_string(getpid()));
     CoreOptions options;
     options.data_dir = argv[1];
     options.server = argv[2];
@@ -75,7 +69,6 @@ int main(int argc, char** argv) {
     options.configuration = {{"global.privacy", Variant::FromString("optedin")}};
     Core core(options);
     core.Running()->event_hub->RegisterModule(std::make_shared<StateWatcher>());
-    Say("started");
     auto api = core.IdentityApi();
     for (int i = 0; i < std::atoi(argv[4]); ++i) {
         // Two digits: no id is a prefix of another of the same run.
@@ -86,7 +79,5 @@ int main(int argc, char** argv) {
     Say("ready " + Barrier(*api));
     for (std::string line; std::getline(std::cin, line);) {
     }
-    const bool stopped = core.Stop(std::chrono::seconds(10));
-    Say(stopped ? "stopped" : "stop timed out");
-    return stopped ? 0 : 1;
+    return core.Stop(std::chrono::seconds(10)) ? 0 : 1;
 }

@@ -1,26 +1,24 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
-#include <vector>
 
+#include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/WaitFor.h"
 #include "tools/server/TestIdentityServer.h"
 
-extern char** environ;
-
+using VelmoraTest::SqlRows;
+using VelmoraTest::SqlTextRows;
 using VelmoraTest::TempDir;
 using VelmoraTest::WaitFor;
 using VelmoraTestServer::TestIdentityServer;
@@ -29,27 +27,16 @@ namespace {
 
 const std::chrono::seconds kPatience(15);
 
-// The crash host as a child process: its stdout goes to a file read as it grows; closing its
-// stdin asks it to stop.
+// The crash host as a child process (the shell execs it, so the pid it prints is the child's):
+// its stdout goes to a file read as it grows; closing its stdin asks it to stop.
 class HostProcess {
 public:
     HostProcess(const TempDir& dir, const std::string& server, const std::string& prefix, int count)
-        : out_(dir.File(prefix + ".out")) {
-        std::vector<std::string> args = {VELMORA_CRASH_HOST, dir.Path(), server, prefix, std::to_string(count)};
-        std::vector<char*> argv;
-        for (auto& arg : args) argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        int in[2];
-        EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0) << argv[0];
-        posix_spawn_file_actions_destroy(&actions);
-        close(in[0]);
-        stdin_ = in[1];
-    }
+        : out_(dir.File(prefix + ".out")),
+          stdin_(popen(("exec '" VELMORA_CRASH_HOST "' '" + dir.Path() + "' " + server + " " + prefix + " " +
+                        std::to_string(count) + " >'" + out_ + "'")
+                           .c_str(),
+                       "w")) {}
     ~HostProcess() {
         Kill();
         Stop();
@@ -57,9 +44,7 @@ public:
 
     // The complete lines written so far.
     std::string Text() const {
-        std::stringstream text;
-        text << std::ifstream(out_).rdbuf();
-        const std::string all = text.str();
+        const std::string all(std::istreambuf_iterator<char>(std::ifstream(out_).rdbuf()), {});
         return all.substr(0, all.rfind('\n') + 1);
     }
     // Whether a line starting with `line` came after one starting with `after`.
@@ -68,46 +53,28 @@ public:
         const size_t from = text.find("\n" + after);
         return from != std::string::npos && text.find("\n" + line, from + after.size()) != std::string::npos;
     }
+    // Only a child that said "pid <pid>" (its first line) and has not been waited for.
     void Kill() {
-        if (pid_ > 0) kill(pid_, SIGKILL);
+        const std::string text = Text();
+        if (stdin_ != nullptr && text.rfind("pid ", 0) == 0) kill(std::stoi(text.substr(4)), SIGKILL);
     }
     // Closes stdin, so the host stops, and gives its exit status.
     int Stop() {
-        if (stdin_ >= 0) close(stdin_);
-        stdin_ = -1;
-        int status = -1;
-        if (pid_ > 0) waitpid(pid_, &status, 0);
-        pid_ = -1;
+        const int status = stdin_ != nullptr ? pclose(stdin_) : -1;
+        stdin_ = nullptr;
         return status;
     }
 
 private:
     std::string out_;
-    pid_t pid_{-1};
-    int stdin_{-1};
+    FILE* stdin_;
 };
-
-std::string IntegrityOf(const std::string& path) {
-    sqlite3* db = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    std::string result = "cannot read";
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-        sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK &&
-        sqlite3_step(statement) == SQLITE_ROW) {
-        result = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-    }
-    sqlite3_finalize(statement);
-    sqlite3_close(db);
-    return result;
-}
 
 // Whether a sync carrying `id` reached the server.
 bool Reached(const TestIdentityServer& server, const std::string& id) {
     for (const auto& request : server.Requests()) {
-        auto range = request.all_params.equal_range("d_cid_ic");
-        for (auto it = range.first; it != range.second; ++it) {
+        for (auto [it, end] = request.all_params.equal_range("d_cid_ic"); it != end; ++it)
             if (it->second.find(id) != std::string::npos) return true;
-        }
     }
     return false;
 }
@@ -121,7 +88,6 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     TempDir dir;
     TestIdentityServer server;
     VelmoraTestServer::Fault slow;
-    slow.path = "/id";
     slow.delay_ms = 200;
     server.SetDefaultFault(slow);
     std::set<std::string> durable;
@@ -156,12 +122,15 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     ASSERT_TRUE(WaitFor([&] { return host.Said("ready "); }, kPatience)) << host.Text();
     note(host);
     ASSERT_GE(durable.size(), 6u);
-    WaitFor([&] { return std::all_of(durable.begin(), durable.end(), [&](auto& id) { return Reached(server, id); }); },
-            kPatience);
-    for (const std::string& id : durable) EXPECT_TRUE(Reached(server, id)) << id << " never reached the server";
+    EXPECT_TRUE(WaitFor(
+        [&] { return std::all_of(durable.begin(), durable.end(), [&](auto& id) { return Reached(server, id); }); },
+        kPatience))
+        << "a durable sync never reached the server";
     const int status = host.Stop();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(mids.size(), 1u);  // one MID, and not an empty one
-    EXPECT_EQ(IntegrityOf(dir.File("VLBMobileIdentity.sqlite")), "ok");
-    EXPECT_EQ(IntegrityOf(dir.File("VelmoraDataStores.sqlite")), "ok");
+    for (const char* file : {"VLBMobileIdentity.sqlite", "VelmoraDataStores.sqlite"}) {
+        ASSERT_TRUE(std::filesystem::exists(dir.File(file))) << file;
+        EXPECT_EQ(SqlRows(dir.File(file), "PRAGMA integrity_check"), SqlTextRows{{"ok"}}) << file;
+    }
 }

@@ -23,103 +23,82 @@ using VelmoraTest::TempDir;
 
 namespace {
 
-const std::string ORG = "0123456789ABCDEF@VelmoraOrg";
-const std::string CONFIG_STATE = "com.velmora.module.configuration";
-
-class CoreTest : public ::testing::Test {
-protected:
-    CoreOptions Options() const {
-        CoreOptions options;
-        options.data_dir = dir.Path();
-        options.org_id = ORG;
-        options.server = server.Host();
-        options.tls = false;
-        return options;
-    }
-
-    static std::string Mid(const std::shared_ptr<IdentityPublicApi>& api) {
+// Configuration is layered: the file, then the map, then the named options. The same data folder
+// keeps the MID; the CA file option lets the core trust the TLS server.
+TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndARestartOverTlsKeepsTheMid) {
+    TempDir dir;
+    VelmoraTestServer::TestIdentityServer server;
+    const std::string org = "0123456789ABCDEF@VelmoraOrg";
+    CoreOptions plain;
+    plain.data_dir = dir.Path();
+    plain.org_id = org;
+    plain.server = server.Host();
+    plain.tls = false;
+    auto mid_of = [](const std::shared_ptr<IdentityPublicApi>& api) {
         auto mid = std::make_shared<StringAnswers>();
         api->GetOndaraCloudId(mid->StringCallback());
         return mid->First();
+    };
+    std::ofstream(dir.File("velmora.json")) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "x",
+                                                 "custom.file": "kept", "custom.both": "file"})";
+    CoreOptions options = plain;
+    options.configuration_file = dir.File("velmora.json");
+    options.server.clear();
+    options.configuration = {{"custom.both", Variant::FromString("map")},
+                             {"ondaraCloud.server", Variant::FromString(server.Host())},
+                             {"global.ssl", Variant::FromBoolean(true)}};
+    Core core(options);
+    // Both modules' OnRegistered have run: the configuration extension announced its state and
+    // the identity module opened its hit database.
+    auto state = core.Running()->event_hub->GetSharedEventState("com.velmora.module.configuration", nullptr);
+    ASSERT_NE(state, nullptr);
+    std::vector<std::string> values;
+    for (const char* key : {"ondaraCloud.org", "custom.file", "custom.both", "ondaraCloud.server"})
+        values.push_back(state->OptString(key, ""));
+    EXPECT_EQ(values, (std::vector<std::string>{org, "kept", "map", server.Host()}));
+    EXPECT_FALSE(state->OptBoolean("global.ssl", true));
+    EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
+    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
+    LogCapture log;
+    try {
+        Core second(plain);
+        ADD_FAILURE() << "a second core started";
+    } catch (const SdkError& error) {
+        EXPECT_EQ(error.GetCode(), "core.not_started");
     }
+    EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
 
-    TempDir dir;
-    VelmoraTestServer::TestIdentityServer server;
-};
-
-// Configuration is layered: the file, then the map, then the named options.
-TEST_F(CoreTest, ReturnsWithTheModulesRegisteredAndLayeredConfigurationRunsAloneAndTheDestructorStopsIt) {
-    {
-        std::ofstream(dir.File("velmora.json")) << R"({"ondaraCloud.org": "FILE@Org", "ondaraCloud.server": "x",
-                                                     "custom.file": "kept", "custom.both": "file"})";
-        CoreOptions options = Options();
-        options.configuration_file = dir.File("velmora.json");
-        options.server.clear();
-        options.configuration = {{"custom.both", Variant::FromString("map")},
-                                 {"ondaraCloud.server", Variant::FromString(server.Host())},
-                                 {"global.ssl", Variant::FromBoolean(true)}};
-        Core core(options);
-        // Both modules' OnRegistered have run: the configuration extension announced its state and
-        // the identity module opened its hit database.
-        auto state = core.Running()->event_hub->GetSharedEventState(CONFIG_STATE, nullptr);
-        ASSERT_NE(state, nullptr);
-        EXPECT_EQ(state->OptString("ondaraCloud.org", ""), ORG);
-        EXPECT_EQ(state->OptString("custom.file", ""), "kept");
-        EXPECT_EQ(state->OptString("custom.both", ""), "map");
-        EXPECT_EQ(state->OptString("ondaraCloud.server", ""), server.Host());
-        EXPECT_FALSE(state->OptBoolean("global.ssl", true));
-        EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
-        EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), core.Running());
-        EXPECT_EQ(core.Running()->data_dir, dir.Path());
-        LogCapture log;
-        try {
-            Core second(Options());
-            ADD_FAILURE() << "a second core started";
-        } catch (const SdkError& error) {
-            EXPECT_EQ(error.GetCode(), "core.not_started");
-        }
-        EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
-
-        EXPECT_EQ(Mid(core.IdentityApi()).size(), 38u);
-    }
+    auto kept = core.IdentityApi();
+    const std::string mid = mid_of(kept);
+    EXPECT_EQ(mid.size(), 38u);
+    EXPECT_TRUE(core.Stop());
+    EXPECT_TRUE(core.Stop());
+    EXPECT_EQ(core.Running(), nullptr);
+    EXPECT_EQ(core.Configuration(), nullptr);
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
-}
-
-TEST_F(CoreTest, StopIsIdempotentLaterCallsAreLoggedAndARestartOverTlsKeepsTheMid) {
     auto answers = std::make_shared<StringAnswers>();
-    std::string mid;
-    {
-        Core core(Options());
-        auto kept = core.IdentityApi();
-        mid = Mid(kept);
-        EXPECT_TRUE(core.Stop());
-        EXPECT_TRUE(core.Stop());
-        EXPECT_EQ(core.Running(), nullptr);
-        EXPECT_EQ(core.Configuration(), nullptr);
-        EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
+    kept->GetOndaraCloudId(answers->StringCallback());
+    core.IdentityApi()->SyncIdentifier("crm", "alice", VisitorIdAuthenticationState::UNKNOWN);
+    EXPECT_TRUE(log.Contains(
+        "GetOndaraCloudId ignored: the identity module is not registered on this hub (the core is stopped or not "
+        "started)"));
+    EXPECT_TRUE(log.Contains(
+        "DispatchIdSyncEvent ignored: no core is running. Start the core before calling the identity API"));
 
-        LogCapture log;
-        kept->GetOndaraCloudId(answers->StringCallback());
-        core.IdentityApi()->SyncIdentifier("crm", "alice", VisitorIdAuthenticationState::UNKNOWN);
-        EXPECT_TRUE(log.Contains(
-            "GetOndaraCloudId ignored: the identity module is not registered on this hub (the core is stopped or not "
-            "started)"));
-        EXPECT_TRUE(log.Contains(
-            "DispatchIdSyncEvent ignored: no core is running. Start the core before calling the identity API"));
-    }
-    EXPECT_EQ(answers->Count(), 0u);
-
-    // The same data folder keeps the MID; the CA file option lets the core trust the TLS server.
     VelmoraTestServer::ServerOptions tls;
     tls.tls = true;
     VelmoraTestServer::TestIdentityServer tls_server(tls);
-    CoreOptions options = Options();
+    options = plain;
     options.server = tls_server.Host();
     options.tls = true;
     options.ca_file = tls_server.CaFile();
-    Core restarted(options);
-    EXPECT_EQ(Mid(restarted.IdentityApi()), mid);
-    EXPECT_TRUE(tls_server.WaitForRequests(1, std::chrono::seconds(20)));
+    {
+        Core restarted(options);
+        EXPECT_EQ(mid_of(restarted.IdentityApi()), mid);
+        EXPECT_TRUE(tls_server.WaitForRequests(1, std::chrono::seconds(20)));
+    }
+    EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);  // the destructor stopped it
+    EXPECT_EQ(answers->Count(), 0u);
 }
 
 }  // namespace

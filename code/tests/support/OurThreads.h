@@ -1,8 +1,7 @@
 #pragma once
 
-#include <dirent.h>
-
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -12,15 +11,12 @@ namespace VelmoraTest {
 /// executor, hit queue workers, async request workers.
 inline size_t OurThreadCount() {
     size_t count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (dirent* entry = readdir(dir)) {
-            if (entry->d_name[0] == '.') continue;
-            std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
-            std::string name;
-            std::getline(comm, name);
-            count += name.rfind("velmora-", 0) == 0;
-        }
-        closedir(dir);
+    std::error_code error;  // a thread that ends meanwhile has no "comm" left to read, and is not counted
+    for (std::filesystem::directory_iterator task("/proc/self/task", error), end; !error && task != end;
+         task.increment(error)) {
+        std::string name;
+        std::getline(std::ifstream(task->path() / "comm"), name);
+        count += name.rfind("velmora-", 0) == 0;
     }
     return count;
 }

@@ -13,23 +13,16 @@ public:
     ScopedEnvironment(const char* name, const std::optional<std::string>& value) : name_(name) {
         const char* old = std::getenv(name);
         if (old != nullptr) previous_ = old;
-        if (value) {
-            setenv(name, value->c_str(), 1);
-        } else {
-            unsetenv(name);
-        }
+        Set(name, value);
     }
-    ~ScopedEnvironment() {
-        if (previous_) {
-            setenv(name_.c_str(), previous_->c_str(), 1);
-        } else {
-            unsetenv(name_.c_str());
-        }
-    }
+    ~ScopedEnvironment() { Set(name_.c_str(), previous_); }
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
 private:
+    static void Set(const char* name, const std::optional<std::string>& value) {
+        value ? setenv(name, value->c_str(), 1) : unsetenv(name);
+    }
     std::string name_;
     std::optional<std::string> previous_;
 };

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <vector>
 
 namespace VelmoraTest {
 
@@ -11,12 +10,8 @@ TempDir::TempDir(const std::string& parent) {
     const std::filesystem::path folder =
         parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent);
     std::string pattern = (folder / "velmora-test-XXXXXX").string();
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    path_ = buffer.data();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
 }
 
 TempDir::~TempDir() {

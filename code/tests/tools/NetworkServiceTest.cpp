@@ -38,43 +38,15 @@ Fault Scripted(int status, bool drop = false, bool hang = false) {
 
 }  // namespace
 
-TEST(NetworkServiceTest, AnswersOfEveryStatusArriveWithBodyAndTheRequestAsSent) {
-    TestIdentityServer server;
-    CurlNetworkService network("");
-    LogCapture capture;
-    auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
-    headers["X-Bad"] = "v\r\nX-Injected: 1";
-    auto connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG&d_mid=0123456789&d_cid=20920%01", headers);
-    ASSERT_TRUE(connection);
-    EXPECT_EQ(connection->GetResponseCode(), HttpConnectionConstants::HTTP_OK);
-    EXPECT_NE(connection->GetResponse().find("\"d_mid\":\"0123456789\""), std::string::npos);
-    EXPECT_EQ(connection->GetResponseMessage(), "OK");
-    EXPECT_EQ(connection->GetResponsePropertyValue("content-TYPE"), "application/json");
-    auto sent = server.Requests().at(0);
-    EXPECT_EQ(sent.path, "/id");
-    EXPECT_EQ(sent.query, "d_orgid=ORG&d_mid=0123456789&d_cid=20920%01");  // escapes reach it unchanged
-    EXPECT_EQ(sent.headers.at("Accept-Language"), "en-US");
-    EXPECT_EQ(sent.headers.at("User-Agent"), NetworkConnectionUtil::GetUserAgent());
-    EXPECT_EQ(sent.headers.count("X-Injected") + sent.headers.count("X-Bad"), 0u);
-    EXPECT_TRUE(capture.Contains("Skipping a request header that would break the request (X-Bad)"));
-
-    server.PushFault(Scripted(503));
-    auto refused = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
-    ASSERT_TRUE(refused);
-    EXPECT_EQ(refused->GetResponseCode(), 503);
-    EXPECT_EQ(refused->GetResponse(), "try later");
-    ASSERT_TRUE(
-        network.ConnectUrl(server.BaseUrl() + "/id", HttpCommand::POST, "{\"a\":1}", {}, seconds(5), seconds(5)));
-    EXPECT_EQ(server.Requests().back().method, "POST");
-    EXPECT_EQ(server.Requests().back().headers.at("Content-Length"), "7");
-}
-
-TEST(NetworkServiceTest, FailuresGiveAnEmptyPointerAndTheHandleWorksAfterwards) {
+// Failures give an empty pointer and the handle works afterwards; every status arrives with its
+// body, and the request as sent.
+TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     std::string closed_url;
     {
         TestIdentityServer closed;
         closed_url = closed.BaseUrl() + "/id?d_orgid=ORG";
     }
+    TestIdentityServer server;
     CurlNetworkService network("");
     LogCapture capture;
     EXPECT_FALSE(Get(network, closed_url, {}, seconds(2)));
@@ -83,15 +55,35 @@ TEST(NetworkServiceTest, FailuresGiveAnEmptyPointerAndTheHandleWorksAfterwards) 
                                    std::string("http://127.0.0.1:1/\0x", 21)}) {
         EXPECT_FALSE(Get(network, url, {}, seconds(1))) << url;
     }
+    auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
+    headers["X-Bad"] = "v\r\nX-Injected: 1";
+    auto connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG&d_mid=0123456789&d_cid=20920%01", headers);
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(connection->GetResponseCode(), HttpConnectionConstants::HTTP_OK);
+    EXPECT_EQ(connection->GetResponseMessage(), "OK");
+    EXPECT_EQ(connection->GetResponsePropertyValue("content-TYPE"), "application/json");
+    auto sent = server.Requests().at(0);
+    EXPECT_EQ(sent.path + "?" + sent.query, "/id?d_orgid=ORG&d_mid=0123456789&d_cid=20920%01");  // escapes unchanged
+    EXPECT_EQ(sent.headers.at("Accept-Language"), "en-US");
+    EXPECT_EQ(sent.headers.count("X-Injected") + sent.headers.count("X-Bad"), 0u);
+    EXPECT_TRUE(capture.Contains("Skipping a request header that would break the request (X-Bad)"));
+
+    server.PushFault(Scripted(503));
+    auto refused = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(std::to_string(refused->GetResponseCode()) + " " + refused->GetResponse(), "503 try later");
+    ASSERT_TRUE(
+        network.ConnectUrl(server.BaseUrl() + "/id", HttpCommand::POST, "{\"a\":1}", {}, seconds(5), seconds(5)));
+    sent = server.Requests().back();
+    EXPECT_EQ(sent.method + " " + sent.headers.at("Content-Length"), "POST 7");
+
     // A dropped connection, then one held past the read timeout (without it this call never returns).
-    TestIdentityServer server;
     server.PushFault(Scripted(200, true));
     server.PushFault(Scripted(200, false, true));
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG", {}, seconds(1)));
-    auto connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
-    ASSERT_TRUE(connection);
-    EXPECT_EQ(connection->GetResponseCode(), 200);
+    connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
+    EXPECT_TRUE(connection && connection->GetResponseCode() == 200);
 
     std::string url = server.BaseUrl() + "/id?d_orgid=ORG&d_blob=" + std::string(1024 * 1024, 'a');
     EXPECT_FALSE(Get(network, url));
@@ -104,15 +96,11 @@ TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOn
     VelmoraTestServer::ServerOptions options;
     options.tls = true;
     TestIdentityServer server(options);
-    {
-        VelmoraTest::ScopedEnvironment ca("VELMORA_CA_FILE", server.CaFile());
-        CurlNetworkService trusting;
-        auto connection = Get(trusting, server.BaseUrl() + "/id?d_orgid=ORG");
-        ASSERT_TRUE(connection);
-        EXPECT_EQ(connection->GetResponseCode(), 200);
-    }
-    VelmoraTest::ScopedEnvironment ca("VELMORA_CA_FILE", std::nullopt);
+    VelmoraTest::ScopedEnvironment ca("VELMORA_CA_FILE", server.CaFile());
+    CurlNetworkService trusting;  // the variable is read here
+    VelmoraTest::ScopedEnvironment no_ca("VELMORA_CA_FILE", std::nullopt);
     CurlNetworkService system_bundle_only;
+    EXPECT_TRUE(Get(trusting, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(system_bundle_only, server.BaseUrl() + "/id?d_orgid=ORG"));
 }
 
@@ -132,7 +120,6 @@ TEST(NetworkServiceTest, AsyncReturnsBeforeTheAnswerAndCallsBackWithIt) {
                             [&](const Answer& answer) { answered_promise.set_value(answer); });
     ASSERT_EQ(answered.wait_for(seconds(20)), std::future_status::ready);
     ASSERT_TRUE(answered.get());
-    EXPECT_EQ(hanging.wait_for(seconds(0)), std::future_status::timeout);
     ASSERT_TRUE(server.WaitForRequests(2, seconds(20)));
     server.Stop();  // drops the held connection
     ASSERT_EQ(hanging.wait_for(seconds(20)), std::future_status::ready);
