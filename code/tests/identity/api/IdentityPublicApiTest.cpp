@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -49,9 +50,7 @@ public:
                         event->GetName() + " " + StringUtils::ToString(*event->GetData()) +
                         (event->GetResponsePairID() == listened_pair_id ? " answered" : ""));
     }
-    void Answer(const std::shared_ptr<Variant>& value, const std::string& key) {
-        auto data = std::make_shared<EventData>();
-        if (value) data->PutVariant(key, value);
+    void Answer(const std::shared_ptr<EventData>& data) {
         ASSERT_TRUE(listener);
         listener(EventBuilder("answer", EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).SetData(data).Build());
     }
@@ -99,23 +98,34 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
             request + R"({vid: ""})", listen, request + R"({baseurl: ""} answered)", listen, request + "{} answered"}));
 }
 
-TEST(IdentityPublicApiAnswer, StringFormFallsBackToEmptyAndListFormCallsBackOnlyWithAReadableList) {
+TEST(IdentityPublicApiAnswer, EachGetterReadsItsOwnKeyStringsFallBackToEmptyListsNeedAReadableList) {
+    using Ask = std::function<void(IdentityPublicApi&, const IdentityPublicApi::StringCallback&)>;
+    const Ask url = [](IdentityPublicApi& api, const auto& callback) {
+        api.AppendToUrl("https://a.example/", callback);
+    };
+    auto all =
+        VelmoraTest::MakeData({{"mid", "m"}, {"pushidentifier", "p"}, {"advertisingidentifier", "a"}, {"vid", "v"}});
+    auto five = std::make_shared<EventData>();
+    five->PutInteger("updatedurl", 5);
     const struct {
-        std::shared_ptr<Variant> value;
-        std::string key;
+        Ask ask;
+        std::shared_ptr<EventData> answer;
         std::string expected;
-    } strings[] = {{Variant::FromString("https://a.example/?x=1"), "updatedurl", "https://a.example/?x=1"},
-                   {nullptr, "updatedurl", ""},
-                   {Variant::FromString("not this key"), "mid", ""},
-                   {Variant::FromInteger(5), "updatedurl", ""}};
+    } strings[] = {
+        {url, VelmoraTest::MakeData({{"updatedurl", "https://a.example/?x=1"}}), "https://a.example/?x=1"},
+        {url, std::make_shared<EventData>(), ""},
+        {url, VelmoraTest::MakeData({{"mid", "not this key"}}), ""},
+        {url, five, ""},
+        {[](IdentityPublicApi& api, const auto& callback) { api.GetOndaraCloudId(callback); }, all, "m"},
+        {[](IdentityPublicApi& api, const auto& callback) { api.GetPushIdentifier(callback); }, all, "p"},
+        {[](IdentityPublicApi& api, const auto& callback) { api.GetAdvertisingIdentifier(callback); }, all, "a"},
+        {[](IdentityPublicApi& api, const auto& callback) { api.GetUserIdentifier(callback); }, all, "v"}};
     for (const auto& c : strings) {
         auto hub = std::make_shared<CapturingHub>();
         std::vector<std::string> answers;
-        IdentityPublicApi::Create(hub, nullptr)->AppendToUrl("https://a.example/", [&](std::string value) {
-            answers.push_back(value);
-        });
-        hub->Answer(c.value, c.key);
-        EXPECT_EQ(answers, std::vector<std::string>{c.expected}) << c.key;
+        c.ask(*IdentityPublicApi::Create(hub, nullptr), [&](std::string value) { answers.push_back(value); });
+        hub->Answer(c.answer);
+        EXPECT_EQ(answers, std::vector<std::string>{c.expected}) << c.expected;
     }
     const std::pair<std::shared_ptr<Variant>, std::vector<std::string>> lists[] = {
         {Variant::FromVariantVector({IdMap("crm", "a"), IdMap("club", "b")}), {"crm:a club:b "}},
@@ -131,7 +141,9 @@ TEST(IdentityPublicApiAnswer, StringFormFallsBackToEmptyAndListFormCallsBackOnly
             answers.emplace_back();
             for (const auto& id : ids) answers.back() += id->id_type + ":" + id->id + " ";
         });
-        hub->Answer(list, "visitoridslist");
+        auto data = std::make_shared<EventData>();
+        if (list) data->PutVariant("visitoridslist", list);
+        hub->Answer(data);
         EXPECT_EQ(answers, expected);
     }
 }
@@ -150,84 +162,40 @@ TEST(IdentityPublicApiAnswer, ARefusedListenerIsLoggedUnderTheEmptyTagAndTheRequ
     EXPECT_NE(line.message.find("refused by the test"), std::string::npos) << line.message;
 }
 
-class IdentityPublicApiTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        harness.RegisterIdentity();
-        api = IdentityPublicApi::Create(harness.hub, harness.services);
-    }
-
-    void Configure(const std::string& privacy) {
-        VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                         {{"ondaraCloud.org", ORG}, {"global.privacy", privacy}});
-    }
-
-    /// Sends a getter and waits for its answer: every request sent before it has been answered
-    /// by then, since the module answers in order and the hub delivers in order.
-    std::string AnsweredMarker() {
-        auto marker = std::make_shared<StringAnswers>();
-        api->GetUserIdentifier(marker->StringCallback());
-        EXPECT_TRUE(marker->WaitForCount(1)) << "the marker request got no answer";
-        return marker->First();
-    }
-
-    // Asks every string getter in turn, then the list.
-    void AskAll(const std::shared_ptr<StringAnswers>& strings, const std::shared_ptr<IdAnswers>& ids) {
-        api->GetOndaraCloudId(strings->StringCallback());
-        api->GetPushIdentifier(strings->StringCallback());
-        api->GetAdvertisingIdentifier(strings->StringCallback());
-        api->GetIdentifiers(ids->IdsCallback());
-    }
-
+// The opt-out road on a real hub and server: what is left is answered, in order of asking.
+TEST(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIsLeft) {
     VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
-    std::shared_ptr<IdentityPublicApi> api;
-};
-
-TEST_F(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIsLeft) {
-    Configure("optedout");
+    harness.RegisterIdentity();
+    auto api = IdentityPublicApi::Create(harness.hub, harness.services);
+    VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                     {{"ondaraCloud.org", ORG}, {"global.privacy", "optedout"}});
     LogCapture log;
     harness.Boot();  // its forced sync is dropped too
     api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
     api->SetUserIdentifier("bob");
-    auto url = std::make_shared<StringAnswers>();
-    api->AppendToUrl("https://shop.example/cart", url->StringCallback());
     auto strings = std::make_shared<StringAnswers>();
     auto ids = std::make_shared<IdAnswers>();
-    AskAll(strings, ids);
+    api->AppendToUrl("https://shop.example/cart", strings->StringCallback());
+    api->GetIdentifiers(ids->IdsCallback());
+    api->GetOndaraCloudId(strings->StringCallback());
+    api->GetPushIdentifier(strings->StringCallback());
+    api->GetAdvertisingIdentifier(strings->StringCallback());
+    api->GetUserIdentifier(strings->StringCallback());
+    ASSERT_TRUE(strings->WaitForCount(5));
 
-    EXPECT_EQ(AnsweredMarker(), "") << "the user identifier was set although opted out";
+    auto values = strings->Values();
+    const size_t time = values[0].find("TS%3D");
+    ASSERT_NE(time, std::string::npos) << values[0];
+    values[0].erase(time + 2, values[0].find("%7C", time) - time - 2);  // the time varies
+    // Still decorated, without the wiped MID and the refused user identifier.
+    EXPECT_EQ(values, (std::vector<std::string>{
+                          "https://shop.example/cart?velmora_mc=TS%7COCORGID%3D0123456789ABCDEF%40VelmoraOrg", "", "",
+                          "", ""}));
     EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 2u);
     EXPECT_TRUE(log.Contains("cannot set user identifier with privacy opt out. sharing"));
-    EXPECT_EQ(strings->Values(), (std::vector<std::string>{"", "", ""}));
     EXPECT_EQ(ids->Count(), 0u);
-    // Still decorated, without the wiped MID and the refused user identifier.
-    std::string decorated = url->First();
-    const size_t time = decorated.find("TS%3D");
-    ASSERT_NE(time, std::string::npos) << decorated;
-    decorated.erase(time + 2, decorated.find("%7C", time) - time - 2);  // the time varies
-    EXPECT_EQ(decorated, "https://shop.example/cart?velmora_mc=TS%7COCORGID%3D0123456789ABCDEF%40VelmoraOrg");
     EXPECT_TRUE(server.Requests().empty());
-}
-
-// Empty values and the silent list callback are asserted by the opted-out test above.
-TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValue) {
-    Configure("optedin");
-    harness.RunInIdentityQueue([&] {
-        Identity& identity = *harness.identity;
-        identity.mid = "mid-1";
-        identity.push_identifier = "push-1";
-        identity.advertising_identifier = "adid-1";
-        identity.user_identifier = "vid-1";
-        identity.customer_ids = {std::make_shared<VisitorId>("d_cid_ic", "crm", "alice", State::AUTHENTICATED)};
-    });
-    auto strings = std::make_shared<StringAnswers>();
-    auto ids = std::make_shared<IdAnswers>();
-    AskAll(strings, ids);
-    EXPECT_EQ(AnsweredMarker(), "vid-1");
-    EXPECT_EQ(strings->Values(), (std::vector<std::string>{"mid-1", "push-1", "adid-1"}));
-    ASSERT_EQ(ids->First().size(), 1u);
-    EXPECT_EQ(ids->First()[0]->id, "alice");
 }
 
 // The request and sync paths' lines on a stopped core are pinned by CoreTest; these two calls check on their own.
