@@ -33,14 +33,8 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
     return std::make_shared<VisitorId>(origin, type, id, state);
 }
 
-// The identity module's debug lines, in order.
 Lines DebugLines(const LogCapture& capture) {
-    Lines out;
-    for (const auto& line : capture.Lines()) {
-        if (line.tag == "com.velmora.module.identity" && line.mode == LoggingMode::DEBUG_LOG)
-            out.push_back(line.message);
-    }
-    return out;
+    return VelmoraTest::IdentityLines(capture, LoggingMode::DEBUG_LOG);
 }
 
 }  // namespace
@@ -61,7 +55,7 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     EXPECT_EQ(DescribeIds(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
 }
 
-TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemoves) {
+TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesNeverRemovesAndIsStoredWithoutEncoding) {
     auto identity = std::make_shared<Identity>();
     auto crm = Id("crm", "old", State::AUTHENTICATED, "stored-origin");
     identity->customer_ids = {crm, Id("loyalty", "77", State::AUTHENTICATED)};
@@ -73,11 +67,8 @@ TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemov
     EXPECT_EQ(merged[0], crm);
     identity->customer_ids = merged;
     EXPECT_EQ(identity->MergeCustomerIds({}), merged);
-}
 
-TEST(IdentityCustomerIdsTest, StoredStringIsWrittenWithoutEncoding) {
-    auto identity = std::make_shared<Identity>();
-    // The writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
+    // The stored string's writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString(
                   {Id("crm", "abc", State::AUTHENTICATED, "somewhere"), Id("loyalty", "77", State::LOGGED_OUT),
                    Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,9 +20,9 @@
 
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
-using VelmoraTest::CryptoWithUuid;
 using VelmoraTest::FakeCryptoService;
 using VelmoraTest::IdentityHarness;
+using VelmoraTest::IdentityLines;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeConfig;
 
@@ -29,6 +30,7 @@ namespace {
 
 using StringMap = std::map<std::string, std::string>;
 using Config = std::shared_ptr<ConfigurationSharedStateIdentity>;
+using Lines = std::vector<std::string>;
 
 const std::string ORG = "1234ABCD5678EFGH";
 // What the fixed UUID source below turns into.
@@ -39,16 +41,14 @@ class IdentitySyncTest : public ::testing::Test {
 protected:
     void SetUp() override {
         harness.RegisterIdentity();
-        harness.services->SetCryptoService(CryptoWithUuid(UUID_BYTES));
+        harness.services->SetCryptoService(std::make_shared<FakeCryptoService>(UUID_BYTES));
     }
 
-    static std::shared_ptr<EventData> SyncData(const StringMap& identifiers = {}, int32_t state = 0,
-                                               const std::string& push = "-") {
+    static std::shared_ptr<EventData> SyncData(const StringMap& identifiers = {}, int32_t state = 0) {
         auto data = std::make_shared<EventData>();
         data->PutBoolean("issyncevent", true);
         if (!identifiers.empty()) data->PutStringMap("visitoridentifiers", identifiers);
         data->PutInteger("authenticationstate", state);
-        if (push != "-") data->PutString("pushidentifier", push);
         return data;
     }
 
@@ -139,7 +139,9 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
 
     // The push token always goes out as a data provider id, even unchanged or empty.
     for (const std::string token : {"token", "token", ""}) {
-        InQueue([&](Identity& identity) { result = identity.ExtractDpid(SyncData({}, 0, token)); });
+        auto data = SyncData();
+        data->PutString("pushidentifier", token);
+        InQueue([&](Identity& identity) { result = identity.ExtractDpid(data); });
         EXPECT_EQ(result, (StringMap{{"20920", token}}));
     }
 }
@@ -174,34 +176,34 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
             std::make_shared<VisitorId>("d_cid_ic", "old", "o1", VisitorIdAuthenticationState::AUTHENTICATED)};
     });
     const std::string prefix = "http://latest.example/id?d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1";
-    struct Case {
+    const struct {
         StringMap identifiers;
         int32_t state;
         std::string url_tail;  // only this request's ids, its state read as 0 to 2
-        std::vector<std::string> kept;
-    };
-    const std::vector<Case> cases = {
+        Lines kept;
+    } cases[] = {
         {{{"crm", "abc"}}, 1, "&d_cid_ic=crm%01abc%011", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:1"}},
         {{{"crm", "xyz"}}, 7, "&d_cid_ic=crm%01xyz%010", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:xyz:0"}},
     };
-    const std::string file = harness.DataDir() + "/VLBMobileIdentity.sqlite";
-    for (size_t i = 0; i < cases.size(); ++i) {
+    int64_t last_sync = 0;  // a blank device never synced
+    for (size_t i = 0; i < std::size(cases); ++i) {
         const int64_t before = TimeUtils::GetUnixTimeInSeconds();
-        int64_t previous = -1;
-        InQueue([&](Identity& identity) { previous = identity.last_sync.count(); });
         auto event = SyncEvent(cases[i].identifiers, cases[i].state);
         ASSERT_TRUE(Sync(event, own));
-        InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), before); });
-        auto rows = VelmoraTest::ReadHitRows(file);
+        auto rows = VelmoraTest::ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite");
         ASSERT_EQ(rows.size(), i + 1);
-        EXPECT_EQ(rows[i][0], prefix + cases[i].url_tail);
-        EXPECT_EQ(rows[i][3], "0") << "the SSL of the chosen configuration";
+        // URL, pair id, event number and the SSL of the chosen configuration; the time in seconds.
+        EXPECT_EQ(Lines(rows[i].begin(), rows[i].begin() + 4),
+                  (Lines{prefix + cases[i].url_tail, event->GetResponsePairID(),
+                         std::to_string(event->GetEventNumber()), "0"}));
         const int64_t stored = std::stoll(rows[i][4]);
         EXPECT_TRUE(stored >= before - 1 && stored <= TimeUtils::GetUnixTimeInSeconds()) << "seconds: " << stored;
         auto state = harness.IdentityState(event);
         ASSERT_NE(state, nullptr);
-        EXPECT_EQ(state->OptLong("lastsync", -1), previous) << "published before the last sync moves";
+        EXPECT_EQ(state->OptLong("lastsync", -1), last_sync) << "published before the last sync moves";
         EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()), cases[i].kept);
+        InQueue([&](Identity& identity) { last_sync = identity.last_sync.count(); });
+        EXPECT_GE(last_sync, before);
     }
 
     // Without a hit database nothing is queued, so the last sync stays where it was.
@@ -218,37 +220,31 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
 }
 
 // The fixed UUID source's MID is asserted where a missing MID is made.
-TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
+TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMissingServicesGiveNone) {
+    const uint8_t bytes[][16] = {// 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
+                                 {1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
+                                 // The lowest value has no absolute value and keeps its sign: 39 characters.
+                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A},
+                                 {0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
     const struct {
-        uint8_t bytes[16];
+        std::shared_ptr<CryptoServiceInterface> crypto;
         std::string mid;
-    } cases[] = {
-        // 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
-        {{1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
-         "00726238597903828560072623859790382856"},
-        // The lowest value has no absolute value and keeps its sign: 39 characters.
-        {{0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A}, "-92233720368547758080000000000000000042"},
-        {{0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}, "0000000000000000000-9223372036854775808"},
-    };
+        Lines warnings;
+    } cases[] = {{std::make_shared<FakeCryptoService>(bytes[0]), "00726238597903828560072623859790382856", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[1]), "-92233720368547758080000000000000000042", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[2]), "0000000000000000000-9223372036854775808", {}},
+                 {nullptr, "", {"Unable to generate mid. Crypto services is null."}},
+                 {std::make_shared<FakeCryptoService>(), "", {"Unable to generate mid. UUID Interface is null."}}};
     for (const auto& c : cases) {
-        harness.services->SetCryptoService(CryptoWithUuid(c.bytes));
-        InQueue([&](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), c.mid); });
-    }
-    // Missing services give an empty MID and one warning each.
-    const std::vector<std::pair<std::shared_ptr<CryptoServiceInterface>, std::string>> missing = {
-        {nullptr, "Unable to generate mid. Crypto services is null."},
-        {std::make_shared<FakeCryptoService>(nullptr), "Unable to generate mid. UUID Interface is null."}};
-    for (const auto& c : missing) {
         LogCapture capture(LoggingMode::WARNING_LOG);
-        harness.services->SetCryptoService(c.first);
-        InQueue([](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), ""); });
-        EXPECT_EQ(CountIdentityLines(capture, LoggingMode::WARNING_LOG, c.second), 1u);
+        harness.services->SetCryptoService(c.crypto);
+        InQueue([&](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), c.mid); });
+        EXPECT_EQ(IdentityLines(capture, LoggingMode::WARNING_LOG), c.warnings);
     }
     LogCapture capture(LoggingMode::WARNING_LOG);
     EXPECT_EQ(std::make_shared<Identity>()->GenerateMID(), "");
-    EXPECT_EQ(
-        CountIdentityLines(capture, LoggingMode::WARNING_LOG, "Unable to generate mid. Platform services is null."),
-        1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::WARNING_LOG),
+              Lines{"Unable to generate mid. Platform services is null."});
 }
 
 TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
