@@ -44,18 +44,14 @@ protected:
         harness.services->SetCryptoService(std::make_shared<FakeCryptoService>(UUID_BYTES));
     }
 
-    static std::shared_ptr<EventData> SyncData(const StringMap& identifiers = {}, int32_t state = 0) {
+    // A sync request as the queue hands it over, numbered after every state made so far.
+    std::shared_ptr<Event> SyncEvent(const StringMap& identifiers = {}, int32_t state = 0) {
         auto data = std::make_shared<EventData>();
         data->PutBoolean("issyncevent", true);
         if (!identifiers.empty()) data->PutStringMap("visitoridentifiers", identifiers);
         data->PutInteger("authenticationstate", state);
-        return data;
-    }
-
-    // A sync request as the queue hands it over, numbered after every state made so far.
-    std::shared_ptr<Event> SyncEvent(const StringMap& identifiers = {}, int32_t state = 0) {
         return EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-            .SetData(SyncData(identifiers, state))
+            .SetData(data)
             .SetEventNumber(next_event_number++)
             .Build();
     }
@@ -117,29 +113,26 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
 TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     StringMap result;
     auto extract = [&](const std::string& ad_id, const StringMap& identifiers, bool ad_id_enabled) {
-        auto data = SyncData(identifiers);
+        auto data = SyncEvent(identifiers)->GetData();
         data->PutString("advertisingidentifier", ad_id);
         auto config = MakeConfig(ORG, "identity.example", true, "optedin", ad_id_enabled);
         InQueue([&](Identity& identity) { result = identity.ExtractIdentifiers(data, config); });
+        return result;
     };
     // A new id replaces the request's own entry of that type; the same id again adds nothing.
-    extract("NEW", {{"crm", "abc"}, {"DSID_20915", "from-map"}}, true);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
-    extract("NEW", {{"crm", "abc"}}, true);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    EXPECT_EQ(extract("NEW", {{"crm", "abc"}, {"DSID_20915", "from-map"}}, true),
+              (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
+    EXPECT_EQ(extract("NEW", {{"crm", "abc"}}, true), (StringMap{{"crm", "abc"}}));
     // Emptied is a change too, and a request may carry the advertising id alone.
-    extract("", {}, true);
-    EXPECT_EQ(result, (StringMap{{"DSID_20915", ""}}));
-    extract("AGAIN", {}, true);
-    EXPECT_EQ(result, (StringMap{{"DSID_20915", "AGAIN"}}));
+    EXPECT_EQ(extract("", {}, true), (StringMap{{"DSID_20915", ""}}));
+    EXPECT_EQ(extract("AGAIN", {}, true), (StringMap{{"DSID_20915", "AGAIN"}}));
     // Disabled: the stored id is cleared and the new one never reaches the map.
-    extract("OTHER", {{"crm", "abc"}}, false);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    EXPECT_EQ(extract("OTHER", {{"crm", "abc"}}, false), (StringMap{{"crm", "abc"}}));
     InQueue([](Identity& identity) { EXPECT_EQ(identity.advertising_identifier, ""); });
 
     // The push token always goes out as a data provider id, even unchanged or empty.
     for (const std::string token : {"token", "token", ""}) {
-        auto data = SyncData();
+        auto data = SyncEvent()->GetData();
         data->PutString("pushidentifier", token);
         InQueue([&](Identity& identity) { result = identity.ExtractDpid(data); });
         EXPECT_EQ(result, (StringMap{{"20920", token}}));
@@ -248,7 +241,6 @@ TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMi
 }
 
 TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
-    const std::string mid = "01234567890123456789012345678901234567";
     const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
     auto build = [&](const std::string& mid, const std::string& blob, const std::string& hint,
                      const StringMap& identifiers, VisitorIdAuthenticationState state, const StringMap& dpids,
@@ -266,18 +258,13 @@ TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
         });
         return url;
     };
-    EXPECT_EQ(build(mid, "hmk_Lq6T", "9", {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}},
-                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", "pushtoken"}}, true),
-              "https" + head + "&d_mid=" + mid +
-                  "&d_blob=hmk_Lq6T&dcs_region=9&d_cid_ic=DSID_20915%01AAAA-BBBB%011&d_cid_ic=crm%01abc%011"
-                  "&d_cid=20920%01pushtoken");
     EXPECT_EQ(build("", "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
               "http" + head + "&d_cid_ic=crm%01%010");
     // Server values go out unescaped while ids are encoded.
-    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}}, VisitorIdAuthenticationState::LOGGED_OUT,
-                    {{"20920", ""}, {"1 2", "v&w"}}, true),
+    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}, {"crm", "abc"}},
+                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", ""}, {"1 2", "v&w"}}, true),
               "https" + head +
-                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=email%01a%20b%26c%2501%012"
+                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=crm%01abc%011&d_cid_ic=email%01a%20b%26c%2501%011"
                   "&d_cid=1%202%01v%26w&d_cid=20920%01");
     // Without a configuration the default server is used.
     EXPECT_EQ(std::make_shared<Identity>()->BuildUrlString({}, {}, nullptr),
