@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "runtime/bus/EventBuilder.h"
@@ -39,7 +40,7 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnRecord) {
+TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationOneDrainAnswersEachWithItsOwnRecordAnEmptyVidClears) {
     LogCapture log;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
@@ -64,6 +65,18 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnsw
     first_response->GetData()->PutString("mid", "written by one receiver");
     EXPECT_EQ(StringUtils::ToString(*second_response->GetData()), answer);
     EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
+
+    // An empty user identifier clears it: the state at the request's own number is the answer.
+    auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
+    Settle(harness);
+    auto state = harness.IdentityState(request);
+    ASSERT_NE(state, nullptr);
+    EXPECT_FALSE(state->ContainsKey("vid"));
+    auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
+                           .SetEventNumber(request->GetEventNumber() - 1)
+                           .Build();
+    EXPECT_EQ(harness.IdentityState(just_before), nullptr);
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
 }
 
 TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
@@ -89,49 +102,6 @@ TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneCom
     EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
-TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] { identity->user_identifier = "old-user"; });
-
-    auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
-    Settle(harness);
-    auto state = harness.IdentityState(request);
-    ASSERT_NE(state, nullptr);
-    EXPECT_FALSE(state->ContainsKey("vid"));
-    auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
-                           .SetEventNumber(request->GetEventNumber() - 1)
-                           .Build();
-    EXPECT_EQ(harness.IdentityState(just_before), nullptr);
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());  // the state is the answer
-}
-
-TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsTheirOrder) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = IdentityRequest(SyncData());
-    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
-    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
-    auto plain = IdentityRequest(MakeData());
-
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {url_first, sync, vid, url_second, plain};
-        identity->ClearEventsQueue();
-        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
-        identity->event_queue.clear();
-    });
-    Settle(harness);
-    for (const auto& event : {url_first, sync, vid, url_second, plain}) {
-        auto responses = ResponsesTo(harness, event->GetResponsePairID());
-        const bool answered = event == sync || event == vid || event == plain;
-        ASSERT_EQ(responses.size(), answered ? 1u : 0u);
-        EXPECT_TRUE(!answered || (responses[0]->GetName() == "IDENTITY_RESPONSE" &&
-                                  responses[0]->GetData()->ContainsKey("lastsync")));
-    }
-}
-
 TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
     LogCapture log;
     IdentityHarness harness;
@@ -145,45 +115,41 @@ TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTh
         return IdentityRequest(data);
     };
     const auto NEW = Variant::FromString("new");
-    struct Case {
-        std::shared_ptr<Event> event;
-        std::string privacy;
-        std::string user_after;  // starting from "old"
-        bool refused, synced, answered, over_the_bus;
-    };
-    // The URL part of a request is never answered here: "vid" decided it.
-    const std::vector<Case> cases = {
-        {request(NEW, {}), "optedin", "new", false, false, false, false},
-        {request(Variant::FromInteger(5), {}), "optedin", "", false, false, false, false},  // no string: cleared
-        {request(NEW, {}), "optedout", "old", true, false, false, false},
-        {request(NEW, true), "optedin", "old", false, true, false, false},  // the flag beats "vid"
-        {request(nullptr, false, false), "optedin", "old", false, false, true, false},
-        // GENERIC_IDENTITY is a sync without any flag.
+    // Outcome: the user identifier after "old", then whether it was refused, synced, answered.
+    const std::vector<std::tuple<std::shared_ptr<Event>, std::string, std::string>> cases = {
+        // The URL part of a request is never answered here: "vid" decided it.
+        {request(NEW, {}), "optedin", "new 0 0 0"},
+        {request(Variant::FromInteger(5), {}), "optedin", " 0 0 0"},  // no string: cleared
+        {request(NEW, {}), "optedout", "old 1 0 0"},
+        {request(NEW, true), "optedin", "old 0 1 0"},  // the flag beats "vid"
+        {request(nullptr, false, false), "optedin", "old 0 0 1"},
+        // GENERIC_IDENTITY is a sync without any flag; it comes over the bus.
         {EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT).SetData(MakeData()).Build(),
-         "", "old", false, true, false, true},
+         "", "old 0 1 0"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.event->GetName() + " " + c.privacy);
+    for (const auto& [event, privacy, outcome] : cases) {
+        SCOPED_TRACE(event->GetName() + " " + privacy);
         log.Clear();
-        auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", c.privacy}}));
+        auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", privacy}}));
+        const bool over_the_bus = event->GetEventType() == EventType::GENERIC_IDENTITY;
         size_t syncs = 0;
         harness.RunInIdentityQueue([&] {
             module->user_identifier = "old";
             syncs = module->syncs.size();
-            EXPECT_TRUE(c.over_the_bus || module->ProcessEvent(c.event, config));
+            EXPECT_TRUE(over_the_bus || module->ProcessEvent(event, config));
         });
-        if (c.over_the_bus) harness.hub->Dispatch(c.event);
+        if (over_the_bus) harness.hub->Dispatch(event);
         Settle(harness);
+        std::string seen;
         harness.RunInIdentityQueue([&] {
-            EXPECT_EQ(module->user_identifier, c.user_after);
-            EXPECT_EQ(module->syncs.size() - syncs, c.synced ? 1u : 0u);
+            seen = module->user_identifier + " " + std::to_string(log.Count(refused)) + " " +
+                   std::to_string(module->syncs.size() - syncs);
         });
-        EXPECT_EQ(log.Count(refused), c.refused ? 1u : 0u);
-        EXPECT_EQ(ResponsesTo(harness, c.event->GetResponsePairID()).size(), c.answered ? 1u : 0u);
+        EXPECT_EQ(seen + " " + std::to_string(ResponsesTo(harness, event->GetResponsePairID()).size()), outcome);
     }
 }
 
-TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPlace) {
+TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlaceAndClearingSparesUrlRequests) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     auto numbered = [](const std::string& vid, int32_t number) {
@@ -209,6 +175,28 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPl
         EXPECT_TRUE(identity->event_queue.empty());
         EXPECT_EQ(identity->user_identifier, "first");
     });
+
+    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto sync = IdentityRequest(SyncData());
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
+
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {url_first, sync, vid, url_second, plain};
+        identity->ClearEventsQueue();
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
+        identity->event_queue.clear();
+    });
+    Settle(harness);
+    for (const auto& event : {url_first, sync, vid, url_second, plain}) {
+        auto responses = ResponsesTo(harness, event->GetResponsePairID());
+        const bool answered = event == sync || event == vid || event == plain;
+        ASSERT_EQ(responses.size(), answered ? 1u : 0u);
+        EXPECT_TRUE(!answered || (responses[0]->GetName() == "IDENTITY_RESPONSE" &&
+                                  responses[0]->GetData()->ContainsKey("lastsync")));
+    }
 
     // Without any configuration module the defaults decide: nothing waits.
     ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
