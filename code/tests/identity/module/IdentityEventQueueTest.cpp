@@ -40,8 +40,9 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationOneDrainAnswersEachWithItsOwnRecordAnEmptyVidClears) {
+TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAndASyncWithoutOrgIdWaiting) {
     LogCapture log;
+    VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     harness.RunInIdentityQueue([&] {
@@ -77,29 +78,22 @@ TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationOneDrainAnswers
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
     EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
-}
 
-TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
-    LogCapture log;
-    VelmoraTestServer::TestIdentityServer server;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"global.privacy", "optedin"}});
-
+    // No organisation has been configured yet: a sync blocks what stands behind it until one comes.
     auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
-    auto request = harness.DispatchIdentityRequest(MakeData());
+    auto waiting = harness.DispatchIdentityRequest(MakeData());
     Settle(harness);
     EXPECT_TRUE(log.Contains(
         "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
         "is obtained."));
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
+    EXPECT_TRUE(ResponsesTo(harness, waiting->GetResponsePairID()).empty());
 
     VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
-    auto response = harness.WaitForResponse(request->GetResponsePairID());
+    auto response = harness.WaitForResponse(waiting->GetResponsePairID());
     // The sync ran first: it made the MID the answer carries, and published at its own number.
-    auto state = harness.IdentityState(sync);
-    ASSERT_TRUE(response && state);
-    EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
+    auto synced = harness.IdentityState(sync);
+    ASSERT_TRUE(response && synced);
+    EXPECT_EQ(synced->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
 TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
