@@ -55,6 +55,24 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAnd
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
     Settle(harness);
     EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
+    // Only the configuration's own shared state wakes the queue; each drain logs once.
+    auto state_of = [&](const std::string& owner) {
+        auto data = owner == "none" ? MakeData() : MakeData({{"stateowner", owner}});
+        harness.hub->Dispatch(EventBuilder("state", EventType::HUB, EventSource::SHARED_STATE).SetData(data).Build());
+    };
+    const size_t drains = log.Count(PENDING_MESSAGE);
+    for (const std::string owner :
+         {"com.velmora.module.analytics", "com.velmora.module.identity", "com.velmora.module.configuration.extra",
+          "com.velmora.module.config", "COM.VELMORA.MODULE.CONFIGURATION", " com.velmora.module.configuration", "",
+          "none"}) {
+        state_of(owner);
+    }
+    Settle(harness);
+    EXPECT_EQ(log.Count(PENDING_MESSAGE), drains);
+    EXPECT_EQ(log.Count("Failed to process shared state update event (invalid state owner)"), 1u);
+    state_of("com.velmora.module.configuration");
+    Settle(harness);
+    EXPECT_EQ(log.Count(PENDING_MESSAGE), drains + 1);
 
     harness.Configure({{"global.privacy", "optedin"}});
     auto first_response = harness.WaitForResponse(first->GetResponsePairID());
