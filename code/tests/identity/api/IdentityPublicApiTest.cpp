@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,7 +41,7 @@ public:
                                  const OneTimeCallback& callback) override {
         calls.push_back("listen " + type->GetName() + " " + source->GetName());
         if (refuse_listener) VELMORA_THROW("event_hub.invalid_listener", "refused by the test");
-        listener = callback;
+        listeners.push_back(callback);
         listened_pair_id = pair_id;
     }
     void Dispatch(const std::shared_ptr<Event>& event) override {
@@ -50,15 +49,18 @@ public:
                         event->GetName() + " " + StringUtils::ToString(*event->GetData()) +
                         (event->GetResponsePairID() == listened_pair_id ? " answered" : ""));
     }
+    /// Answers every listener with `data`.
     void Answer(const std::shared_ptr<EventData>& data) {
-        ASSERT_TRUE(listener);
-        listener(EventBuilder("answer", EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).SetData(data).Build());
+        ASSERT_FALSE(listeners.empty());
+        for (const auto& listener : listeners) {
+            listener(EventBuilder("answer", EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).SetData(data).Build());
+        }
     }
 
     bool registered = true;
     bool refuse_listener = false;
     std::vector<std::string> calls;
-    OneTimeCallback listener;
+    std::vector<OneTimeCallback> listeners;
     std::string listened_pair_id = "none";
 };
 
@@ -100,33 +102,31 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
 }
 
 TEST(IdentityPublicApiAnswer, EachGetterReadsItsOwnKeyStringsFallBackToEmptyListsNeedAReadableList) {
-    using Ask = std::function<void(IdentityPublicApi&, const IdentityPublicApi::StringCallback&)>;
-    const Ask url = [](IdentityPublicApi& api, const auto& callback) {
-        api.AppendToUrl("https://a.example/", callback);
-    };
-    auto all =
-        VelmoraTest::MakeData({{"mid", "m"}, {"pushidentifier", "p"}, {"advertisingidentifier", "a"}, {"vid", "v"}});
+    auto hub = std::make_shared<CapturingHub>();
+    auto api = IdentityPublicApi::Create(hub, nullptr);
+    std::vector<std::string> answers;
+    const auto add = [&](std::string value) { answers.push_back(value); };
+    api->GetOndaraCloudId(add);
+    api->GetPushIdentifier(add);
+    api->GetAdvertisingIdentifier(add);
+    api->GetUserIdentifier(add);
+    hub->Answer(
+        VelmoraTest::MakeData({{"mid", "m"}, {"pushidentifier", "p"}, {"advertisingidentifier", "a"}, {"vid", "v"}}));
+    EXPECT_EQ(answers, (std::vector<std::string>{"m", "p", "a", "v"}));
+
     auto five = std::make_shared<EventData>();
     five->PutInteger("updatedurl", 5);
-    const struct {
-        Ask ask;
-        std::shared_ptr<EventData> answer;
-        std::string expected;
-    } strings[] = {
-        {url, VelmoraTest::MakeData({{"updatedurl", "https://a.example/?x=1"}}), "https://a.example/?x=1"},
-        {url, std::make_shared<EventData>(), ""},
-        {url, VelmoraTest::MakeData({{"mid", "not this key"}}), ""},
-        {url, five, ""},
-        {[](IdentityPublicApi& api, const auto& callback) { api.GetOndaraCloudId(callback); }, all, "m"},
-        {[](IdentityPublicApi& api, const auto& callback) { api.GetPushIdentifier(callback); }, all, "p"},
-        {[](IdentityPublicApi& api, const auto& callback) { api.GetAdvertisingIdentifier(callback); }, all, "a"},
-        {[](IdentityPublicApi& api, const auto& callback) { api.GetUserIdentifier(callback); }, all, "v"}};
-    for (const auto& c : strings) {
-        auto hub = std::make_shared<CapturingHub>();
-        std::vector<std::string> answers;
-        c.ask(*IdentityPublicApi::Create(hub, nullptr), [&](std::string value) { answers.push_back(value); });
-        hub->Answer(c.answer);
-        EXPECT_EQ(answers, std::vector<std::string>{c.expected}) << c.expected;
+    const std::pair<std::shared_ptr<EventData>, std::string> urls[] = {
+        {VelmoraTest::MakeData({{"updatedurl", "https://a.example/?x=1"}}), "https://a.example/?x=1"},
+        {std::make_shared<EventData>(), ""},
+        {VelmoraTest::MakeData({{"mid", "not this key"}}), ""},
+        {five, ""}};
+    for (const auto& [answer, expected] : urls) {
+        hub = std::make_shared<CapturingHub>();
+        answers.clear();
+        IdentityPublicApi::Create(hub, nullptr)->AppendToUrl("https://a.example/", add);
+        hub->Answer(answer);
+        EXPECT_EQ(answers, std::vector<std::string>{expected});
     }
     const std::pair<std::shared_ptr<Variant>, std::vector<std::string>> lists[] = {
         {Variant::FromVariantVector({IdMap("crm", "a"), IdMap("club", "b")}), {"crm:a club:b "}},
