@@ -56,21 +56,14 @@ TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnMissingOrIllT
     EXPECT_EQ(view.GetOrgId(), "ORG");
 }
 
-namespace {
-
 // Copied during static initialisation, as a class's log tag would be: the copy must see the
 // value whatever order the linker put the files in.
 const std::string kCopiedModuleName = IdentityConstants::EventDataKeys::Identity::SHARED_STATE_NAME;
 
-TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValues) {
+TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValuesAndAnOptOutListSetFromItselfIsKept) {
     EXPECT_EQ(kCopiedModuleName, "com.velmora.module.identity");
-}
-
-TEST(IdentityObjectTest, SetOptOutWithItsOwnListKeepsIt) {
     IdentityObject object;
     object.SetOptOut({"global"});
     object.SetOptOut(object.GetOptOut());
     EXPECT_EQ(object.GetOptOut(), std::vector<std::string>{"global"});
 }
-
-}  // namespace
