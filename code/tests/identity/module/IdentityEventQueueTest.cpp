@@ -218,7 +218,7 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
     EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
 }
 
-TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsConfiguration) {
+TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootsNumberAndConfigurationASecondModuleIsRefused) {
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", "ORG@VelmoraOrg"}});
@@ -230,27 +230,23 @@ TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsCon
     // A later configuration must not be the one the forced sync sees.
     harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
     VelmoraTest::Settle(harness);
-
     harness.RunInIdentityQueue([&] {
         ASSERT_EQ(module->syncs.size(), 1u);
         const auto& sync = module->syncs[0].event;
-        EXPECT_EQ(module->syncs[0].org_id, "ORG@VelmoraOrg");
-        EXPECT_EQ(sync->GetName(), "id-construct-forced-sync");
-        EXPECT_EQ(sync->GetEventNumber(), booted->GetEventNumber());
-        EXPECT_EQ(StringUtils::ToString(*sync->GetData()),
-                  "{authenticationstate: 0, forcesync: true, issyncevent: true}");
+        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
+                      StringUtils::ToString(*sync->GetData()),
+                  "ORG@VelmoraOrg id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
     });
     // It goes straight into the queue, never over the bus.
     for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
-}
 
-TEST(IdentityLifecycleTest, ASecondModuleIsRefusedAndUnregistrationFreesTheFirst) {
-    IdentityHarness harness;
-    std::weak_ptr<Identity> weak = harness.RegisterIdentity();
     EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
     ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
-    EXPECT_EQ(weak.lock()->hit_database, nullptr);
+    EXPECT_EQ(module->hit_database, nullptr);
     // Nothing but the test holds the module any more: no cycle through the hit queue is left.
+    std::weak_ptr<Identity> weak = module;
+    module.reset();
     harness.identity.reset();
     EXPECT_TRUE(VelmoraTest::WaitFor([&] { return weak.expired(); }));
 }
