@@ -11,6 +11,7 @@
 
 using namespace VelmoraMobile;
 using VelmoraTest::DescribeIds;
+using VelmoraTest::IdentityLines;
 using VelmoraTest::LogCapture;
 
 // Generation, merge and the stored string only touch customer_ids: an Identity off the bus is enough.
@@ -33,10 +34,6 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
     return std::make_shared<VisitorId>(origin, type, id, state);
 }
 
-Lines DebugLines(const LogCapture& capture) {
-    return VelmoraTest::IdentityLines(capture, LoggingMode::DEBUG_LOG);
-}
-
 }  // namespace
 
 TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
@@ -45,7 +42,7 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
                   {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}, {"loyalty", ""}, {"!!!", "lost"}}, State::LOGGED_OUT)),
               (Lines{"d_cid_ic:DSID_20915:AAAA-BBBB:1", "d_cid_ic:crm:abc:2", "d_cid_ic:loyalty::2"}));
-    EXPECT_EQ(DebugLines(capture), Lines{EMPTY_TYPE});
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG), Lines{EMPTY_TYPE});
     // "DSID_20915." cleans to the same type but is not the advertising id's key.
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds({{"DSID_20915.", "x"}}, State::UNKNOWN)),
               Lines{"d_cid_ic:DSID_20915:x:0"});
@@ -113,6 +110,6 @@ TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkip
     for (const auto& c : cases) {
         LogCapture capture(LoggingMode::DEBUG_LOG);
         EXPECT_EQ(DescribeIds(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;
-        EXPECT_EQ(DebugLines(capture), c.log) << c.stored;
+        EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG), c.log) << c.stored;
     }
 }

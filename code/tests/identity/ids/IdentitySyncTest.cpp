@@ -18,7 +18,6 @@
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::CountIdentityLines;
 using VelmoraTest::FakeCryptoService;
 using VelmoraTest::IdentityHarness;
 using VelmoraTest::IdentityLines;
@@ -79,9 +78,6 @@ protected:
     void InQueue(const std::function<void(Identity&)>& work) {
         harness.RunInIdentityQueue([&] { work(*harness.identity); });
     }
-    size_t DebugLines(const LogCapture& capture, const std::string& message) {
-        return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
-    }
     IdentityHarness harness;
     int32_t next_event_number = 100;
 };
@@ -105,7 +101,8 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     LogCapture capture(LoggingMode::DEBUG_LOG);
     InQueue([](Identity& identity) { identity.mid.clear(); });
     EXPECT_FALSE(ShouldSyncAfter(0, {}, {}, false, MakeConfig("")));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out OR missing OrgID."), 1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
+              Lines{"Ignoring ID Sync due to privacy status opt out OR missing OrgID."});
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, FIXED_MID); });
 }
 
@@ -150,8 +147,9 @@ TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncW
     auto nothing_new = SyncEvent();
     EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID sync because nothing new to sync after the last sync."), 1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
+              (Lines{"Ignoring ID Sync due to privacy status opt out!",
+                     "Ignoring ID sync because nothing new to sync after the last sync."}));
     EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
