@@ -35,13 +35,13 @@ class CapturingHub : public EventHub {
 public:
     CapturingHub() : EventHub(nullptr) {}
 
-    bool IsRegisteredModule(const std::string&) override { return true; }
+    bool IsRegisteredModule(const std::string&) override { return registered; }
     void RegisterOneTimeListener(size_t, const std::shared_ptr<EventType>& type,
                                  const std::shared_ptr<EventSource>& source, const std::string& pair_id,
                                  const OneTimeCallback& callback) override {
         calls.push_back("listen " + type->GetName() + " " + source->GetName());
         if (refuse_listener) VELMORA_THROW("event_hub.invalid_listener", "refused by the test");
-        listener = callback;
+        listeners.push_back(callback);
         listened_pair_id = pair_id;
     }
     void Dispatch(const std::shared_ptr<Event>& event) override {
@@ -49,16 +49,18 @@ public:
                         event->GetName() + " " + StringUtils::ToString(*event->GetData()) +
                         (event->GetResponsePairID() == listened_pair_id ? " answered" : ""));
     }
-    void Answer(const std::shared_ptr<Variant>& value, const std::string& key) {
-        auto data = std::make_shared<EventData>();
-        if (value) data->PutVariant(key, value);
-        ASSERT_TRUE(listener);
-        listener(EventBuilder("answer", EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).SetData(data).Build());
+    /// Answers every listener with `data`.
+    void Answer(const std::shared_ptr<EventData>& data) {
+        ASSERT_FALSE(listeners.empty());
+        for (const auto& listener : listeners) {
+            listener(EventBuilder("answer", EventType::IDENTITY, EventSource::RESPONSE_IDENTITY).SetData(data).Build());
+        }
     }
 
+    bool registered = true;
     bool refuse_listener = false;
     std::vector<std::string> calls;
-    OneTimeCallback listener;
+    std::vector<OneTimeCallback> listeners;
     std::string listened_pair_id = "none";
 };
 
@@ -99,23 +101,32 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
             request + R"({vid: ""})", listen, request + R"({baseurl: ""} answered)", listen, request + "{} answered"}));
 }
 
-TEST(IdentityPublicApiAnswer, StringFormFallsBackToEmptyAndListFormCallsBackOnlyWithAReadableList) {
-    const struct {
-        std::shared_ptr<Variant> value;
-        std::string key;
-        std::string expected;
-    } strings[] = {{Variant::FromString("https://a.example/?x=1"), "updatedurl", "https://a.example/?x=1"},
-                   {nullptr, "updatedurl", ""},
-                   {Variant::FromString("not this key"), "mid", ""},
-                   {Variant::FromInteger(5), "updatedurl", ""}};
-    for (const auto& c : strings) {
-        auto hub = std::make_shared<CapturingHub>();
-        std::vector<std::string> answers;
-        IdentityPublicApi::Create(hub, nullptr)->AppendToUrl("https://a.example/", [&](std::string value) {
-            answers.push_back(value);
-        });
-        hub->Answer(c.value, c.key);
-        EXPECT_EQ(answers, std::vector<std::string>{c.expected}) << c.key;
+TEST(IdentityPublicApiAnswer, EachGetterReadsItsOwnKeyStringsFallBackToEmptyListsNeedAReadableList) {
+    auto hub = std::make_shared<CapturingHub>();
+    auto api = IdentityPublicApi::Create(hub, nullptr);
+    std::vector<std::string> answers;
+    const auto add = [&](std::string value) { answers.push_back(value); };
+    api->GetOndaraCloudId(add);
+    api->GetPushIdentifier(add);
+    api->GetAdvertisingIdentifier(add);
+    api->GetUserIdentifier(add);
+    hub->Answer(
+        VelmoraTest::MakeData({{"mid", "m"}, {"pushidentifier", "p"}, {"advertisingidentifier", "a"}, {"vid", "v"}}));
+    EXPECT_EQ(answers, (std::vector<std::string>{"m", "p", "a", "v"}));
+
+    auto five = std::make_shared<EventData>();
+    five->PutInteger("updatedurl", 5);
+    const std::pair<std::shared_ptr<EventData>, std::string> urls[] = {
+        {VelmoraTest::MakeData({{"updatedurl", "https://a.example/?x=1"}}), "https://a.example/?x=1"},
+        {std::make_shared<EventData>(), ""},
+        {VelmoraTest::MakeData({{"mid", "not this key"}}), ""},
+        {five, ""}};
+    for (const auto& [answer, expected] : urls) {
+        hub = std::make_shared<CapturingHub>();
+        answers.clear();
+        IdentityPublicApi::Create(hub, nullptr)->AppendToUrl("https://a.example/", add);
+        hub->Answer(answer);
+        EXPECT_EQ(answers, std::vector<std::string>{expected});
     }
     const std::pair<std::shared_ptr<Variant>, std::vector<std::string>> lists[] = {
         {Variant::FromVariantVector({IdMap("crm", "a"), IdMap("club", "b")}), {"crm:a club:b "}},
@@ -131,12 +142,14 @@ TEST(IdentityPublicApiAnswer, StringFormFallsBackToEmptyAndListFormCallsBackOnly
             answers.emplace_back();
             for (const auto& id : ids) answers.back() += id->id_type + ":" + id->id + " ";
         });
-        hub->Answer(list, "visitoridslist");
+        auto data = std::make_shared<EventData>();
+        if (list) data->PutVariant("visitoridslist", list);
+        hub->Answer(data);
         EXPECT_EQ(answers, expected);
     }
 }
 
-TEST(IdentityPublicApiAnswer, ARefusedListenerIsLoggedUnderTheEmptyTagAndTheRequestStillGoes) {
+TEST(IdentityPublicApiAnswer, ARefusedListenerIsLoggedAndTheRequestStillGoesAMissingCoreOrModuleDropsTheCall) {
     auto hub = std::make_shared<CapturingHub>();
     hub->refuse_listener = true;
     LogCapture log;
@@ -148,101 +161,54 @@ TEST(IdentityPublicApiAnswer, ARefusedListenerIsLoggedUnderTheEmptyTagAndTheRequ
     EXPECT_TRUE(line.tag == "" && line.mode == LoggingMode::DEBUG_LOG);
     EXPECT_EQ(line.message.rfind("Failed to register the RESPONSE_IDENTITY listener (", 0), 0u) << line.message;
     EXPECT_NE(line.message.find("refused by the test"), std::string::npos) << line.message;
-}
 
-class IdentityPublicApiTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        harness.RegisterIdentity();
-        api = IdentityPublicApi::Create(harness.hub, harness.services);
-    }
-
-    void Configure(const std::string& privacy) {
-        VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                         {{"ondaraCloud.org", ORG}, {"global.privacy", privacy}});
-    }
-
-    /// Sends a getter and waits for its answer: every request sent before it has been answered
-    /// by then, since the module answers in order and the hub delivers in order.
-    std::string AnsweredMarker() {
-        auto marker = std::make_shared<StringAnswers>();
-        api->GetUserIdentifier(marker->StringCallback());
-        EXPECT_TRUE(marker->WaitForCount(1)) << "the marker request got no answer";
-        return marker->First();
-    }
-
-    // Asks every string getter in turn, then the list.
-    void AskAll(const std::shared_ptr<StringAnswers>& strings, const std::shared_ptr<IdAnswers>& ids) {
-        api->GetOndaraCloudId(strings->StringCallback());
-        api->GetPushIdentifier(strings->StringCallback());
-        api->GetAdvertisingIdentifier(strings->StringCallback());
-        api->GetIdentifiers(ids->IdsCallback());
-    }
-
-    VelmoraTestServer::TestIdentityServer server;
-    IdentityHarness harness;
-    std::shared_ptr<IdentityPublicApi> api;
-};
-
-TEST_F(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIsLeft) {
-    Configure("optedout");
-    LogCapture log;
-    harness.Boot();  // its forced sync is dropped too
-    api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
-    api->SetUserIdentifier("bob");
-    auto url = std::make_shared<StringAnswers>();
-    api->AppendToUrl("https://shop.example/cart", url->StringCallback());
-    auto strings = std::make_shared<StringAnswers>();
-    auto ids = std::make_shared<IdAnswers>();
-    AskAll(strings, ids);
-
-    EXPECT_EQ(AnsweredMarker(), "") << "the user identifier was set although opted out";
-    EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 2u);
-    EXPECT_TRUE(log.Contains("cannot set user identifier with privacy opt out. sharing"));
-    EXPECT_EQ(strings->Values(), (std::vector<std::string>{"", "", ""}));
-    EXPECT_EQ(ids->Count(), 0u);
-    // Still decorated, without the wiped MID and the refused user identifier.
-    std::string decorated = url->First();
-    const size_t time = decorated.find("TS%3D");
-    ASSERT_NE(time, std::string::npos) << decorated;
-    decorated.erase(time + 2, decorated.find("%7C", time) - time - 2);  // the time varies
-    EXPECT_EQ(decorated, "https://shop.example/cart?velmora_mc=TS%7COCORGID%3D0123456789ABCDEF%40VelmoraOrg");
-    EXPECT_TRUE(server.Requests().empty());
-}
-
-// Empty values and the silent list callback are asserted by the opted-out test above.
-TEST_F(IdentityPublicApiTest, EachGetterReadsItsOwnValue) {
-    Configure("optedin");
-    harness.RunInIdentityQueue([&] {
-        Identity& identity = *harness.identity;
-        identity.mid = "mid-1";
-        identity.push_identifier = "push-1";
-        identity.advertising_identifier = "adid-1";
-        identity.user_identifier = "vid-1";
-        identity.customer_ids = {std::make_shared<VisitorId>("d_cid_ic", "crm", "alice", State::AUTHENTICATED)};
-    });
-    auto strings = std::make_shared<StringAnswers>();
-    auto ids = std::make_shared<IdAnswers>();
-    AskAll(strings, ids);
-    EXPECT_EQ(AnsweredMarker(), "vid-1");
-    EXPECT_EQ(strings->Values(), (std::vector<std::string>{"mid-1", "push-1", "adid-1"}));
-    ASSERT_EQ(ids->First().size(), 1u);
-    EXPECT_EQ(ids->First()[0]->id, "alice");
-}
-
-// The request and sync paths' lines on a stopped core are pinned by CoreTest; these two calls check on their own.
-TEST(IdentityPublicApiWithoutModule, RegisteringWithoutACoreAndSettingTheUserIdWithoutTheModuleAreLoggedAndDropped) {
-    IdentityHarness harness;  // a hub without the identity module, as after a stop
-    LogCapture log;
+    // No core, or a hub without the module (as after a stop): logged and dropped.
+    hub->registered = false;
     IdentityPublicApi::Create(nullptr, nullptr)->RegisterIdentity();
-    IdentityPublicApi::Create(harness.hub, harness.services)->SetUserIdentifier("vid");
+    IdentityPublicApi::Create(hub, nullptr)->SetUserIdentifier("vid");
     EXPECT_TRUE(
         log.Contains("RegisterIdentity ignored: no core is running. Start the core before calling the identity API"));
     EXPECT_TRUE(
         log.Contains("SetUserIdentifier ignored: the identity module is not registered on this hub (the core "
                      "is stopped or not started)"));
-    harness.Shutdown();
-    EXPECT_TRUE(harness.Events(EventType::IDENTITY, EventSource::REQUEST_IDENTITY).empty());
+    EXPECT_EQ(hub->calls.size(), 2u);
 }
 
+// The opt-out road on a real hub and server: what is left is answered, in order of asking.
+TEST(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIsLeft) {
+    VelmoraTestServer::TestIdentityServer server;
+    IdentityHarness harness;
+    harness.RegisterIdentity();
+    auto api = IdentityPublicApi::Create(harness.hub, harness.services);
+    VelmoraTest::ConfigureWithServer(harness, server.Host(),
+                                     {{"ondaraCloud.org", ORG}, {"global.privacy", "optedout"}});
+    LogCapture log;
+    harness.Boot();  // its forced sync is dropped too
+    api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
+    api->SetUserIdentifier("bob");
+    auto strings = std::make_shared<StringAnswers>();
+    auto ids = std::make_shared<IdAnswers>();
+    api->AppendToUrl("https://shop.example/cart", strings->StringCallback());
+    api->GetIdentifiers(ids->IdsCallback());
+    api->GetOndaraCloudId(strings->StringCallback());
+    api->GetPushIdentifier(strings->StringCallback());
+    api->GetAdvertisingIdentifier(strings->StringCallback());
+    api->GetUserIdentifier(strings->StringCallback());
+    ASSERT_TRUE(strings->WaitForCount(5));
+
+    auto values = strings->Values();
+    const size_t time = values[0].find("TS%3D");
+    ASSERT_NE(time, std::string::npos) << values[0];
+    values[0].erase(time + 2, values[0].find("%7C", time) - time - 2);  // the time varies
+    // Still decorated, without the wiped MID and the refused user identifier.
+    EXPECT_EQ(values, (std::vector<std::string>{
+                          "https://shop.example/cart?velmora_mc=TS%7COCORGID%3D0123456789ABCDEF%40VelmoraOrg", "", "",
+                          "", ""}));
+    EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 2u);
+    EXPECT_TRUE(log.Contains("cannot set user identifier with privacy opt out. sharing"));
+    EXPECT_EQ(ids->Count(), 0u);
+    EXPECT_TRUE(server.Requests().empty());
+}
+
+// The request and sync paths' lines on a stopped core are pinned by CoreTest; these two calls check on their own.
 }  // namespace

@@ -17,14 +17,10 @@
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeData;
-using VelmoraTest::Settle;
 
 namespace {
-
-const std::string PENDING_MESSAGE = "Config not available at the time to process identity event.";
 
 // The type and source a listener is registered for play no part in what it does with an event.
 template <typename TListener>
@@ -32,10 +28,6 @@ std::shared_ptr<ModuleEventListenerBase> ListenerOf(const std::shared_ptr<Module
     auto listener = std::make_shared<TListener>();
     listener->Init(module, EventType::HUB, EventSource::SHARED_STATE);
     return listener;
-}
-
-std::shared_ptr<Event> SharedStateEvent(const std::shared_ptr<EventData>& data) {
-    return EventBuilder("test event", EventType::HUB, EventSource::SHARED_STATE).SetData(data).Build();
 }
 
 }  // namespace
@@ -52,32 +44,10 @@ TEST(IdentityListenersTest, ListenersOfAGoneModuleLogAndReturn) {
         ListenerOf<IdentityListenerAnalyticsResponseIdentity>(module),
         ListenerOf<IdentityListenerGenericIdentityRequestContent>(module)};
     module.reset();
-    auto event = SharedStateEvent(MakeData({{"stateowner", "com.velmora.module.configuration"}}));
+    auto event = EventBuilder("test event", EventType::HUB, EventSource::SHARED_STATE)
+                     .SetData(MakeData({{"stateowner", "com.velmora.module.configuration"}}))
+                     .Build();
     for (const auto& listener : listeners) listener->Hear(event);
     EXPECT_EQ(VelmoraTest::CountIdentityLines(log, LoggingMode::ERROR_LOG, "Parent module not available"),
               listeners.size());
-}
-
-TEST(IdentityListenersTest, OnlyTheConfigurationsOwnStateWakesTheQueue) {
-    LogCapture log;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    // A request stands at the head while the configuration is pending; each drain logs once.
-    harness.DispatchIdentityRequest(MakeData());
-    Settle(harness);
-    ASSERT_EQ(log.Count(PENDING_MESSAGE), 1u);
-
-    for (const std::string owner :
-         {"com.velmora.module.analytics", "com.velmora.module.identity", "com.velmora.module.configuration.extra",
-          "com.velmora.module.config", "COM.VELMORA.MODULE.CONFIGURATION", " com.velmora.module.configuration", ""}) {
-        harness.hub->Dispatch(SharedStateEvent(MakeData({{"stateowner", owner}})));
-    }
-    harness.hub->Dispatch(SharedStateEvent(MakeData()));  // no owner
-    Settle(harness);
-    EXPECT_EQ(log.Count(PENDING_MESSAGE), 1u);
-    EXPECT_EQ(log.Count("Failed to process shared state update event (invalid state owner)"), 1u);
-
-    harness.hub->Dispatch(SharedStateEvent(MakeData({{"stateowner", "com.velmora.module.configuration"}})));
-    Settle(harness);
-    EXPECT_EQ(log.Count(PENDING_MESSAGE), 2u);
 }

@@ -11,6 +11,7 @@
 
 using namespace VelmoraMobile;
 using VelmoraTest::DescribeIds;
+using VelmoraTest::IdentityLines;
 using VelmoraTest::LogCapture;
 
 // Generation, merge and the stored string only touch customer_ids: an Identity off the bus is enough.
@@ -33,16 +34,6 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
     return std::make_shared<VisitorId>(origin, type, id, state);
 }
 
-// The identity module's debug lines, in order.
-Lines DebugLines(const LogCapture& capture) {
-    Lines out;
-    for (const auto& line : capture.Lines()) {
-        if (line.tag == "com.velmora.module.identity" && line.mode == LoggingMode::DEBUG_LOG)
-            out.push_back(line.message);
-    }
-    return out;
-}
-
 }  // namespace
 
 TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
@@ -51,7 +42,7 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
                   {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}, {"loyalty", ""}, {"!!!", "lost"}}, State::LOGGED_OUT)),
               (Lines{"d_cid_ic:DSID_20915:AAAA-BBBB:1", "d_cid_ic:crm:abc:2", "d_cid_ic:loyalty::2"}));
-    EXPECT_EQ(DebugLines(capture), Lines{EMPTY_TYPE});
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG), Lines{EMPTY_TYPE});
     // "DSID_20915." cleans to the same type but is not the advertising id's key.
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds({{"DSID_20915.", "x"}}, State::UNKNOWN)),
               Lines{"d_cid_ic:DSID_20915:x:0"});
@@ -61,7 +52,7 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     EXPECT_EQ(DescribeIds(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
 }
 
-TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemoves) {
+TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesNeverRemovesAndIsStoredWithoutEncoding) {
     auto identity = std::make_shared<Identity>();
     auto crm = Id("crm", "old", State::AUTHENTICATED, "stored-origin");
     identity->customer_ids = {crm, Id("loyalty", "77", State::AUTHENTICATED)};
@@ -73,11 +64,8 @@ TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesAndNeverRemov
     EXPECT_EQ(merged[0], crm);
     identity->customer_ids = merged;
     EXPECT_EQ(identity->MergeCustomerIds({}), merged);
-}
 
-TEST(IdentityCustomerIdsTest, StoredStringIsWrittenWithoutEncoding) {
-    auto identity = std::make_shared<Identity>();
-    // The writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
+    // The stored string's writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString(
                   {Id("crm", "abc", State::AUTHENTICATED, "somewhere"), Id("loyalty", "77", State::LOGGED_OUT),
                    Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),
@@ -122,6 +110,6 @@ TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkip
     for (const auto& c : cases) {
         LogCapture capture(LoggingMode::DEBUG_LOG);
         EXPECT_EQ(DescribeIds(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;
-        EXPECT_EQ(DebugLines(capture), c.log) << c.stored;
+        EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG), c.log) << c.stored;
     }
 }

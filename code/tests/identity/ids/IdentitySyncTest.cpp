@@ -18,10 +18,9 @@
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::CountIdentityLines;
-using VelmoraTest::CryptoWithUuid;
 using VelmoraTest::FakeCryptoService;
 using VelmoraTest::IdentityHarness;
+using VelmoraTest::IdentityLines;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeConfig;
 
@@ -29,6 +28,7 @@ namespace {
 
 using StringMap = std::map<std::string, std::string>;
 using Config = std::shared_ptr<ConfigurationSharedStateIdentity>;
+using Lines = std::vector<std::string>;
 
 const std::string ORG = "1234ABCD5678EFGH";
 // What the fixed UUID source below turns into.
@@ -39,23 +39,17 @@ class IdentitySyncTest : public ::testing::Test {
 protected:
     void SetUp() override {
         harness.RegisterIdentity();
-        harness.services->SetCryptoService(CryptoWithUuid(UUID_BYTES));
-    }
-
-    static std::shared_ptr<EventData> SyncData(const StringMap& identifiers = {}, int32_t state = 0,
-                                               const std::string& push = "-") {
-        auto data = std::make_shared<EventData>();
-        data->PutBoolean("issyncevent", true);
-        if (!identifiers.empty()) data->PutStringMap("visitoridentifiers", identifiers);
-        data->PutInteger("authenticationstate", state);
-        if (push != "-") data->PutString("pushidentifier", push);
-        return data;
+        harness.services->SetCryptoService(std::make_shared<FakeCryptoService>(UUID_BYTES));
     }
 
     // A sync request as the queue hands it over, numbered after every state made so far.
     std::shared_ptr<Event> SyncEvent(const StringMap& identifiers = {}, int32_t state = 0) {
+        auto data = std::make_shared<EventData>();
+        data->PutBoolean("issyncevent", true);
+        if (!identifiers.empty()) data->PutStringMap("visitoridentifiers", identifiers);
+        data->PutInteger("authenticationstate", state);
         return EventBuilder("sync", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-            .SetData(SyncData(identifiers, state))
+            .SetData(data)
             .SetEventNumber(next_event_number++)
             .Build();
     }
@@ -84,9 +78,6 @@ protected:
     void InQueue(const std::function<void(Identity&)>& work) {
         harness.RunInIdentityQueue([&] { work(*harness.identity); });
     }
-    size_t DebugLines(const LogCapture& capture, const std::string& message) {
-        return CountIdentityLines(capture, LoggingMode::DEBUG_LOG, message);
-    }
     IdentityHarness harness;
     int32_t next_event_number = 100;
 };
@@ -110,36 +101,36 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     LogCapture capture(LoggingMode::DEBUG_LOG);
     InQueue([](Identity& identity) { identity.mid.clear(); });
     EXPECT_FALSE(ShouldSyncAfter(0, {}, {}, false, MakeConfig("")));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out OR missing OrgID."), 1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
+              Lines{"Ignoring ID Sync due to privacy status opt out OR missing OrgID."});
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, FIXED_MID); });
 }
 
 TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     StringMap result;
     auto extract = [&](const std::string& ad_id, const StringMap& identifiers, bool ad_id_enabled) {
-        auto data = SyncData(identifiers);
+        auto data = SyncEvent(identifiers)->GetData();
         data->PutString("advertisingidentifier", ad_id);
         auto config = MakeConfig(ORG, "identity.example", true, "optedin", ad_id_enabled);
         InQueue([&](Identity& identity) { result = identity.ExtractIdentifiers(data, config); });
+        return result;
     };
     // A new id replaces the request's own entry of that type; the same id again adds nothing.
-    extract("NEW", {{"crm", "abc"}, {"DSID_20915", "from-map"}}, true);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
-    extract("NEW", {{"crm", "abc"}}, true);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    EXPECT_EQ(extract("NEW", {{"crm", "abc"}, {"DSID_20915", "from-map"}}, true),
+              (StringMap{{"crm", "abc"}, {"DSID_20915", "NEW"}}));
+    EXPECT_EQ(extract("NEW", {{"crm", "abc"}}, true), (StringMap{{"crm", "abc"}}));
     // Emptied is a change too, and a request may carry the advertising id alone.
-    extract("", {}, true);
-    EXPECT_EQ(result, (StringMap{{"DSID_20915", ""}}));
-    extract("AGAIN", {}, true);
-    EXPECT_EQ(result, (StringMap{{"DSID_20915", "AGAIN"}}));
+    EXPECT_EQ(extract("", {}, true), (StringMap{{"DSID_20915", ""}}));
+    EXPECT_EQ(extract("AGAIN", {}, true), (StringMap{{"DSID_20915", "AGAIN"}}));
     // Disabled: the stored id is cleared and the new one never reaches the map.
-    extract("OTHER", {{"crm", "abc"}}, false);
-    EXPECT_EQ(result, (StringMap{{"crm", "abc"}}));
+    EXPECT_EQ(extract("OTHER", {{"crm", "abc"}}, false), (StringMap{{"crm", "abc"}}));
     InQueue([](Identity& identity) { EXPECT_EQ(identity.advertising_identifier, ""); });
 
     // The push token always goes out as a data provider id, even unchanged or empty.
     for (const std::string token : {"token", "token", ""}) {
-        InQueue([&](Identity& identity) { result = identity.ExtractDpid(SyncData({}, 0, token)); });
+        auto data = SyncEvent()->GetData();
+        data->PutString("pushidentifier", token);
+        InQueue([&](Identity& identity) { result = identity.ExtractDpid(data); });
         EXPECT_EQ(result, (StringMap{{"20920", token}}));
     }
 }
@@ -156,8 +147,9 @@ TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncW
     auto nothing_new = SyncEvent();
     EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID Sync due to privacy status opt out!"), 1u);
-    EXPECT_EQ(DebugLines(capture, "Ignoring ID sync because nothing new to sync after the last sync."), 1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
+              (Lines{"Ignoring ID Sync due to privacy status opt out!",
+                     "Ignoring ID sync because nothing new to sync after the last sync."}));
     EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
@@ -173,36 +165,23 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         identity.customer_ids = {
             std::make_shared<VisitorId>("d_cid_ic", "old", "o1", VisitorIdAuthenticationState::AUTHENTICATED)};
     });
-    const std::string prefix = "http://latest.example/id?d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1";
-    struct Case {
-        StringMap identifiers;
-        int32_t state;
-        std::string url_tail;  // only this request's ids, its state read as 0 to 2
-        std::vector<std::string> kept;
-    };
-    const std::vector<Case> cases = {
-        {{{"crm", "abc"}}, 1, "&d_cid_ic=crm%01abc%011", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:1"}},
-        {{{"crm", "xyz"}}, 7, "&d_cid_ic=crm%01xyz%010", {"d_cid_ic:old:o1:1", "d_cid_ic:crm:xyz:0"}},
-    };
-    const std::string file = harness.DataDir() + "/VLBMobileIdentity.sqlite";
-    for (size_t i = 0; i < cases.size(); ++i) {
-        const int64_t before = TimeUtils::GetUnixTimeInSeconds();
-        int64_t previous = -1;
-        InQueue([&](Identity& identity) { previous = identity.last_sync.count(); });
-        auto event = SyncEvent(cases[i].identifiers, cases[i].state);
-        ASSERT_TRUE(Sync(event, own));
-        InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), before); });
-        auto rows = VelmoraTest::ReadHitRows(file);
-        ASSERT_EQ(rows.size(), i + 1);
-        EXPECT_EQ(rows[i][0], prefix + cases[i].url_tail);
-        EXPECT_EQ(rows[i][3], "0") << "the SSL of the chosen configuration";
-        const int64_t stored = std::stoll(rows[i][4]);
-        EXPECT_TRUE(stored >= before - 1 && stored <= TimeUtils::GetUnixTimeInSeconds()) << "seconds: " << stored;
-        auto state = harness.IdentityState(event);
-        ASSERT_NE(state, nullptr);
-        EXPECT_EQ(state->OptLong("lastsync", -1), previous) << "published before the last sync moves";
-        EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()), cases[i].kept);
-    }
+    const int64_t before = TimeUtils::GetUnixTimeInSeconds();
+    auto event = SyncEvent({{"crm", "abc"}}, 7);
+    ASSERT_TRUE(Sync(event, own));
+    auto rows = VelmoraTest::ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite");
+    ASSERT_EQ(rows.size(), 1u);
+    // Only this request's ids, its state read as 0 to 2, under the chosen configuration's org, host and SSL.
+    EXPECT_EQ(Lines(rows[0].begin(), rows[0].begin() + 4),
+              (Lines{"http://latest.example/id?d_rtbd=json&d_ver=2&d_orgid=LATESTORG&d_mid=m1&d_cid_ic=crm%01abc%010",
+                     event->GetResponsePairID(), std::to_string(event->GetEventNumber()), "0"}));
+    const int64_t stored = std::stoll(rows[0][4]);
+    EXPECT_TRUE(stored >= before - 1 && stored <= TimeUtils::GetUnixTimeInSeconds()) << "seconds: " << stored;
+    auto state = harness.IdentityState(event);
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->OptLong("lastsync", -1), 0) << "published before the last sync moves";
+    EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()),
+              (Lines{"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:0"}));
+    InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), before); });
 
     // Without a hit database nothing is queued, so the last sync stays where it was.
     std::shared_ptr<IdentityHitDatabase> aside;
@@ -218,41 +197,34 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
 }
 
 // The fixed UUID source's MID is asserted where a missing MID is made.
-TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteen) {
+TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMissingServicesGiveNone) {
+    const uint8_t bytes[][16] = {// 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
+                                 {1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
+                                 // The lowest value has no absolute value and keeps its sign: 39 characters.
+                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A},
+                                 {0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
     const struct {
-        uint8_t bytes[16];
+        std::shared_ptr<CryptoServiceInterface> crypto;
         std::string mid;
-    } cases[] = {
-        // 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
-        {{1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
-         "00726238597903828560072623859790382856"},
-        // The lowest value has no absolute value and keeps its sign: 39 characters.
-        {{0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A}, "-92233720368547758080000000000000000042"},
-        {{0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}, "0000000000000000000-9223372036854775808"},
-    };
+        Lines warnings;
+    } cases[] = {{std::make_shared<FakeCryptoService>(bytes[0]), "00726238597903828560072623859790382856", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[1]), "-92233720368547758080000000000000000042", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[2]), "0000000000000000000-9223372036854775808", {}},
+                 {nullptr, "", {"Unable to generate mid. Crypto services is null."}},
+                 {std::make_shared<FakeCryptoService>(), "", {"Unable to generate mid. UUID Interface is null."}}};
     for (const auto& c : cases) {
-        harness.services->SetCryptoService(CryptoWithUuid(c.bytes));
-        InQueue([&](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), c.mid); });
-    }
-    // Missing services give an empty MID and one warning each.
-    const std::vector<std::pair<std::shared_ptr<CryptoServiceInterface>, std::string>> missing = {
-        {nullptr, "Unable to generate mid. Crypto services is null."},
-        {std::make_shared<FakeCryptoService>(nullptr), "Unable to generate mid. UUID Interface is null."}};
-    for (const auto& c : missing) {
         LogCapture capture(LoggingMode::WARNING_LOG);
-        harness.services->SetCryptoService(c.first);
-        InQueue([](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), ""); });
-        EXPECT_EQ(CountIdentityLines(capture, LoggingMode::WARNING_LOG, c.second), 1u);
+        harness.services->SetCryptoService(c.crypto);
+        InQueue([&](Identity& identity) { EXPECT_EQ(identity.GenerateMID(), c.mid); });
+        EXPECT_EQ(IdentityLines(capture, LoggingMode::WARNING_LOG), c.warnings);
     }
     LogCapture capture(LoggingMode::WARNING_LOG);
     EXPECT_EQ(std::make_shared<Identity>()->GenerateMID(), "");
-    EXPECT_EQ(
-        CountIdentityLines(capture, LoggingMode::WARNING_LOG, "Unable to generate mid. Platform services is null."),
-        1u);
+    EXPECT_EQ(IdentityLines(capture, LoggingMode::WARNING_LOG),
+              Lines{"Unable to generate mid. Platform services is null."});
 }
 
 TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
-    const std::string mid = "01234567890123456789012345678901234567";
     const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
     auto build = [&](const std::string& mid, const std::string& blob, const std::string& hint,
                      const StringMap& identifiers, VisitorIdAuthenticationState state, const StringMap& dpids,
@@ -270,18 +242,13 @@ TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
         });
         return url;
     };
-    EXPECT_EQ(build(mid, "hmk_Lq6T", "9", {{"crm", "abc"}, {"DSID_20915", "AAAA-BBBB"}},
-                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", "pushtoken"}}, true),
-              "https" + head + "&d_mid=" + mid +
-                  "&d_blob=hmk_Lq6T&dcs_region=9&d_cid_ic=DSID_20915%01AAAA-BBBB%011&d_cid_ic=crm%01abc%011"
-                  "&d_cid=20920%01pushtoken");
     EXPECT_EQ(build("", "", "", {{"crm", ""}}, VisitorIdAuthenticationState::UNKNOWN, {}, false),
               "http" + head + "&d_cid_ic=crm%01%010");
     // Server values go out unescaped while ids are encoded.
-    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}}, VisitorIdAuthenticationState::LOGGED_OUT,
-                    {{"20920", ""}, {"1 2", "v&w"}}, true),
+    EXPECT_EQ(build("m", "a+b/c=d&e", "x y", {{"e mail", "a b&c%01"}, {"crm", "abc"}},
+                    VisitorIdAuthenticationState::AUTHENTICATED, {{"20920", ""}, {"1 2", "v&w"}}, true),
               "https" + head +
-                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=email%01a%20b%26c%2501%012"
+                  "&d_mid=m&d_blob=a+b/c=d&e&dcs_region=x y&d_cid_ic=crm%01abc%011&d_cid_ic=email%01a%20b%26c%2501%011"
                   "&d_cid=1%202%01v%26w&d_cid=20920%01");
     // Without a configuration the default server is used.
     EXPECT_EQ(std::make_shared<Identity>()->BuildUrlString({}, {}, nullptr),

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "identity/ids/VisitorId.h"
@@ -20,30 +20,24 @@
 // Small helpers shared by the sync, MID, URL and customer-id tests. Header only.
 namespace VelmoraTest {
 
-/// Gives the same 16 bytes at every call.
-class FixedUuid : public VelmoraMobile::Object, public virtual VelmoraMobile::UuidInterface {
+/// A crypto service whose UUID interface gives the same 16 bytes at every call; made without
+/// bytes, it has no UUID interface.
+class FakeCryptoService : public VelmoraMobile::Object,
+                          public virtual VelmoraMobile::CryptoServiceInterface,
+                          public virtual VelmoraMobile::UuidInterface {
 public:
-    explicit FixedUuid(const uint8_t (&bytes)[16]) { std::memcpy(bytes_, bytes, sizeof(bytes_)); }
+    FakeCryptoService() = default;
+    explicit FakeCryptoService(const uint8_t (&bytes)[16]) : has_uuid_(true) { std::memcpy(bytes_, bytes, 16); }
+    std::shared_ptr<VelmoraMobile::UuidInterface> GetUuidInterface() override {
+        return has_uuid_ ? VelmoraMobile::ObjectToSharedPtr<VelmoraMobile::UuidInterface>(*this) : nullptr;
+    }
+    std::string GetDigest(const std::string& input) override { return input; }
     void GenerateUuid(uint8_t (&out)[16]) override { std::memcpy(out, bytes_, sizeof(bytes_)); }
 
 private:
-    uint8_t bytes_[16];
+    bool has_uuid_ = false;
+    uint8_t bytes_[16] = {};
 };
-
-/// A crypto service whose UUID interface is the one given (null: none).
-class FakeCryptoService : public VelmoraMobile::Object, public virtual VelmoraMobile::CryptoServiceInterface {
-public:
-    explicit FakeCryptoService(std::shared_ptr<VelmoraMobile::UuidInterface> uuid) : uuid_(std::move(uuid)) {}
-    std::shared_ptr<VelmoraMobile::UuidInterface> GetUuidInterface() override { return uuid_; }
-    std::string GetDigest(const std::string& input) override { return input; }
-
-private:
-    std::shared_ptr<VelmoraMobile::UuidInterface> uuid_;
-};
-
-inline std::shared_ptr<FakeCryptoService> CryptoWithUuid(const uint8_t (&bytes)[16]) {
-    return std::make_shared<FakeCryptoService>(std::make_shared<FixedUuid>(bytes));
-}
 
 /// A configuration view as the event queue would build it from a configuration state.
 inline std::shared_ptr<VelmoraMobile::ConfigurationSharedStateIdentity> MakeConfig(
@@ -69,14 +63,20 @@ inline std::vector<std::string> DescribeIds(const std::vector<std::shared_ptr<Ve
     return out;
 }
 
+/// The messages of the identity module's tag at exactly this level, in order.
+inline std::vector<std::string> IdentityLines(const LogCapture& capture, VelmoraMobile::LoggingMode mode) {
+    std::vector<std::string> out;
+    for (const auto& line : capture.Lines()) {
+        if (line.tag == "com.velmora.module.identity" && line.mode == mode) out.push_back(line.message);
+    }
+    return out;
+}
+
 /// How many lines of the identity module's tag have exactly this level and text.
 inline size_t CountIdentityLines(const LogCapture& capture, VelmoraMobile::LoggingMode mode,
                                  const std::string& message) {
-    size_t count = 0;
-    for (const auto& line : capture.Lines()) {
-        if (line.tag == "com.velmora.module.identity" && line.mode == mode && line.message == message) ++count;
-    }
-    return count;
+    const auto lines = IdentityLines(capture, mode);
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), message));
 }
 
 }  // namespace VelmoraTest

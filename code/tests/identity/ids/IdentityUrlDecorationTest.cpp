@@ -47,42 +47,27 @@ public:
     std::string GetSharedStateName() override { return "com.velmora.module.analytics"; }
 };
 
-class UrlDecorationTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        harness.RegisterIdentity();
-        analytics = harness.hub->RegisterModule<FakeAnalytics>();
-        ASSERT_NE(analytics, nullptr);
-        harness.Configure({{"ondaraCloud.org", ORG}});
-    }
+}  // namespace
 
-    void SetFields(const std::string& mid, const std::string& user) {
-        harness.RunInIdentityQueue([&] {
-            harness.identity->mid = mid;
-            harness.identity->user_identifier = user;
-        });
-    }
-
-    // Dispatches a URL request through the hub and reads the response's "updatedurl", its time as "*".
-    std::string Request(const std::shared_ptr<EventData>& data) {
+TEST(UrlDecorationTest, EveryBaseUrlShapeWhatIsMissingAndTheAnalyticsIdAtEachRequestsPlace) {
+    VelmoraTest::IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    auto analytics = harness.hub->RegisterModule<FakeAnalytics>();
+    ASSERT_NE(analytics, nullptr);
+    harness.Configure({{"ondaraCloud.org", ORG}});
+    // A URL request through the hub: the response's "updatedurl", its time read as "*".
+    auto request = [&](const std::shared_ptr<EventData>& data) {
         const int64_t from = TimeUtils::GetUnixTime();
         auto response = harness.WaitForResponse(harness.DispatchIdentityRequest(data)->GetResponsePairID());
         std::string url = "no response";
-        EXPECT_TRUE(response && response->GetName() == "IDENTITY_APPENDED_URL");
-        if (response) {
-            EXPECT_TRUE(response->GetData()->GetString("updatedurl", url));
-        }
+        EXPECT_TRUE(response && response->GetName() == "IDENTITY_APPENDED_URL" &&
+                    response->GetData()->GetString("updatedurl", url));
         return url.empty() ? url : WithoutTime(url, from);
-    }
-
-    VelmoraTest::IdentityHarness harness;
-    std::shared_ptr<FakeAnalytics> analytics;
-};
-
-}  // namespace
-
-TEST_F(UrlDecorationTest, EveryBaseUrlShapeOfTheTable) {
-    SetFields(MID, "user1");
+    };
+    harness.RunInIdentityQueue([&] {
+        identity->mid = MID;
+        identity->user_identifier = "user1";
+    });
     ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", AID}})));
     const struct {
         std::string base;
@@ -99,22 +84,22 @@ TEST_F(UrlDecorationTest, EveryBaseUrlShapeOfTheTable) {
         {"#top", "#top?", ""},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(Request(MakeData({{"baseurl", row.base}})), row.before + Payload(MID, AID, ORG, "user1") + row.after);
+        EXPECT_EQ(request(MakeData({{"baseurl", row.base}})), row.before + Payload(MID, AID, ORG, "user1") + row.after);
     }
-    EXPECT_EQ(Request(MakeData({{"baseurl", ""}})), "");
+    EXPECT_EQ(request(MakeData({{"baseurl", ""}})), "");
     auto number = std::make_shared<EventData>();
     number->PutInteger("baseurl", 7);
-    EXPECT_EQ(Request(number), "");
+    EXPECT_EQ(request(number), "");
 
     // The user identifier is encoded while the base URL is left as it is; an existing
     // "velmora_mc" is not looked for, so a second one is appended.
-    SetFields("", "a b&c=d/é");
+    harness.RunInIdentityQueue([&] {
+        identity->mid = "";
+        identity->user_identifier = "a b&c=d/é";
+    });
     const std::string base = "https://site.example/p%41th with space?velmora_mc=old";
-    EXPECT_EQ(Request(MakeData({{"baseurl", base}})), base + "&" + Payload("", AID, ORG, "a%20b%26c%3Dd%2F%C3%A9"));
-}
+    EXPECT_EQ(request(MakeData({{"baseurl", base}})), base + "&" + Payload("", AID, ORG, "a%20b%26c%3Dd%2F%C3%A9"));
 
-TEST_F(UrlDecorationTest, PayloadLeavesOutWhatIsMissing) {
-    SetFields("", "");
     // An empty, absent, ill-typed or pending analytics id, and an empty org id, are left out.
     auto other_kind = std::make_shared<EventData>();
     other_kind->PutInteger("aid", 42);
@@ -122,20 +107,20 @@ TEST_F(UrlDecorationTest, PayloadLeavesOutWhatIsMissing) {
          {MakeData({{"aid", ""}}), other_kind, std::shared_ptr<EventData>(), SHARED_STATE_PENDING}) {
         const int64_t from = TimeUtils::GetUnixTime();
         std::string payload;
-        harness.RunInIdentityQueue(
-            [&] { payload = harness.identity->GenerateVisitorIdPayload(VelmoraTest::MakeConfig(""), state); });
+        harness.RunInIdentityQueue([&] {
+            identity->user_identifier.clear();
+            payload = identity->GenerateVisitorIdPayload(VelmoraTest::MakeConfig(""), state);
+        });
         EXPECT_EQ(WithoutTime(payload, from), Payload("", "", ""));
     }
-}
 
-TEST_F(UrlDecorationTest, EachRequestUsesTheAnalyticsIdAtItsPlace) {
     // Two queued requests with a new analytics state between them: each sees its own.
     ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", "AAA"}})));
     auto first = harness.DispatchIdentityRequest(MakeData({{"baseurl", "first"}}));
     ASSERT_TRUE(analytics->CreateOrUpdateSharedState(MakeData({{"aid", "BBB"}})));
     auto second = harness.DispatchIdentityRequest(MakeData({{"baseurl", "second"}}));
-    for (const auto& [request, aid] : {std::make_pair(first, "AAA"), std::make_pair(second, "BBB")}) {
-        auto response = harness.WaitForResponse(request->GetResponsePairID());
+    for (const auto& [event, aid] : {std::make_pair(first, "AAA"), std::make_pair(second, "BBB")}) {
+        auto response = harness.WaitForResponse(event->GetResponsePairID());
         ASSERT_NE(response, nullptr);
         EXPECT_NE(response->GetData()->OptString("updatedurl", "").find("OCAID%3D" + std::string(aid)),
                   std::string::npos);

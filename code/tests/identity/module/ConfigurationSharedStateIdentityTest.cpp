@@ -21,68 +21,49 @@ std::shared_ptr<EventData> Config(const std::map<std::string, std::string>& valu
     return data;
 }
 
+// Every reading of the view in one line: org|ssl|privacy (0 in, 1 out, 2 unknown)|server|ad id|may sync.
+std::string Read(const ConfigurationSharedStateIdentity& view) {
+    return view.GetOrgId() + "|" + std::to_string(view.GetSSLStatus()) + "|" +
+           std::to_string(static_cast<int>(view.GetPrivacyStatus())) + "|" + view.GetOndaraCloudServer() + "|" +
+           std::to_string(view.GetAdIdEnabledStatus()) + "|" +
+           std::to_string(view.CanSyncIdentifiersWithCurrentConfiguration());
+}
+
 }  // namespace
 
-TEST(ConfigurationSharedStateIdentityTest, MissingConfigurationGivesDefaultsAndOnlyNullSaysSo) {
+TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnMissingOrIllTypedValuesAndSaysWhenSyncingIsAllowed) {
     VelmoraTest::LogCapture log;
-    for (const auto& data : {std::shared_ptr<EventData>(), std::make_shared<EventData>()}) {
-        ConfigurationSharedStateIdentity view(data);
-        EXPECT_EQ(view.GetOrgId(), "");
-        EXPECT_TRUE(view.GetSSLStatus());
-        EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::OPT_IN);
-        EXPECT_EQ(view.GetOndaraCloudServer(), "id.velmora.net");
-        EXPECT_FALSE(view.GetAdIdEnabledStatus());
-        EXPECT_FALSE(view.CanSyncIdentifiersWithCurrentConfiguration());
-    }
-    ASSERT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
-    EXPECT_EQ(log.Lines()[0].mode, LoggingMode::VERBOSE_LOG);
-}
-
-TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnIllTypedValuesAndSaysWhenSyncingIsAllowed) {
-    auto data = Config({{"ondaraCloud.org", "ORG@VelmoraOrg"},
-                        {"global.privacy", "optunknown"},
-                        {"ondaraCloud.server", "ids.example.test"}});
-    data->PutBoolean("global.ssl", false);
-    data->PutBoolean("identity.adidEnabled", true);
-    ConfigurationSharedStateIdentity view(data);
-    data->PutString("ondaraCloud.org", "OTHER");  // later changes do not reach the view
-    EXPECT_EQ(view.GetOrgId(), "ORG@VelmoraOrg");
-    EXPECT_FALSE(view.GetSSLStatus());
-    EXPECT_EQ(view.GetPrivacyStatus(), MobilePrivacyStatus::UNKNOWN);
-    EXPECT_EQ(view.GetOndaraCloudServer(), "ids.example.test");
-    EXPECT_TRUE(view.GetAdIdEnabledStatus());
-    EXPECT_TRUE(view.CanSyncIdentifiersWithCurrentConfiguration());  // unknown may sync
-
+    auto full =
+        Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}, {"ondaraCloud.server", "ids.test"}});
+    full->PutBoolean("global.ssl", false);
+    full->PutBoolean("identity.adidEnabled", true);
     auto ill_typed = Config({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
     ill_typed->PutInteger("ondaraCloud.org", 42);
-    ConfigurationSharedStateIdentity fallback(ill_typed);
-    EXPECT_TRUE(fallback.GetSSLStatus());
-    EXPECT_FALSE(fallback.GetAdIdEnabledStatus());
-    EXPECT_EQ(fallback.GetOrgId(), "");
-    EXPECT_EQ(fallback.GetOndaraCloudServer(), "");                       // an empty server is kept as given
-    EXPECT_FALSE(fallback.CanSyncIdentifiersWithCurrentConfiguration());  // no organisation
+    const std::pair<std::shared_ptr<EventData>, std::string> cases[] = {
+        {nullptr, "|1|0|id.velmora.net|0|0"},
+        {std::make_shared<EventData>(), "|1|0|id.velmora.net|0|0"},
+        {full, "ORG|0|2|ids.test|1|1"},  // unknown may sync
+        {ill_typed, "|1|0||0|0"},        // an empty server is kept as given
+        {Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}), "ORG|1|1|id.velmora.net|0|0"},
+        {Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}), "ORG|1|0|id.velmora.net|0|1"}};
+    for (const auto& [data, expected] : cases) EXPECT_EQ(Read(ConfigurationSharedStateIdentity(data)), expected);
+    // Only a missing configuration says so.
+    ASSERT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
+    EXPECT_EQ(log.Lines()[0].mode, LoggingMode::VERBOSE_LOG);
 
-    EXPECT_FALSE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}))
-                     .CanSyncIdentifiersWithCurrentConfiguration());
-    EXPECT_TRUE(ConfigurationSharedStateIdentity(Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}))
-                    .CanSyncIdentifiersWithCurrentConfiguration());
+    ConfigurationSharedStateIdentity view(full);
+    full->PutString("ondaraCloud.org", "OTHER");  // later changes do not reach the view
+    EXPECT_EQ(view.GetOrgId(), "ORG");
 }
-
-namespace {
 
 // Copied during static initialisation, as a class's log tag would be: the copy must see the
 // value whatever order the linker put the files in.
 const std::string kCopiedModuleName = IdentityConstants::EventDataKeys::Identity::SHARED_STATE_NAME;
 
-TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValues) {
+TEST(IdentityConstantsTest, CopiesTakenAtStartSeeTheirValuesAndAnOptOutListSetFromItselfIsKept) {
     EXPECT_EQ(kCopiedModuleName, "com.velmora.module.identity");
-}
-
-TEST(IdentityObjectTest, SetOptOutWithItsOwnListKeepsIt) {
     IdentityObject object;
     object.SetOptOut({"global"});
     object.SetOptOut(object.GetOptOut());
     EXPECT_EQ(object.GetOptOut(), std::vector<std::string>{"global"});
 }
-
-}  // namespace

@@ -4,10 +4,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "runtime/bus/EventBuilder.h"
 #include "runtime/configuration/ConfigurationExtension.h"
+#include "runtime/values/StringUtils.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
@@ -38,100 +40,78 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, RequestsWaitForAPendingConfigurationAndOneDrainAnswersEachWithItsOwnRecord) {
+TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAndASyncWithoutOrgIdWaiting) {
     LogCapture log;
+    VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
-    harness.RunInIdentityQueue([&] { identity->push_identifier = "PUSH"; });
+    harness.RunInIdentityQueue([&] {
+        identity->push_identifier = "PUSH";
+        identity->advertising_identifier = "AD";
+        identity->user_identifier = "VID";
+    });
     auto first = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto second = harness.DispatchIdentityRequest(MakeData());
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
     Settle(harness);
     EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
+    // Only the configuration's own shared state wakes the queue; each drain logs once.
+    auto state_of = [&](const std::string& owner) {
+        auto data = owner == "none" ? MakeData() : MakeData({{"stateowner", owner}});
+        harness.hub->Dispatch(EventBuilder("state", EventType::HUB, EventSource::SHARED_STATE).SetData(data).Build());
+    };
+    const size_t drains = log.Count(PENDING_MESSAGE);
+    for (const std::string owner :
+         {"com.velmora.module.analytics", "com.velmora.module.identity", "com.velmora.module.configuration.extra",
+          "com.velmora.module.config", "COM.VELMORA.MODULE.CONFIGURATION", " com.velmora.module.configuration", "",
+          "none"}) {
+        state_of(owner);
+    }
+    Settle(harness);
+    EXPECT_EQ(log.Count(PENDING_MESSAGE), drains);
+    EXPECT_EQ(log.Count("Failed to process shared state update event (invalid state owner)"), 1u);
+    state_of("com.velmora.module.configuration");
+    Settle(harness);
+    EXPECT_EQ(log.Count(PENDING_MESSAGE), drains + 1);
 
     harness.Configure({{"global.privacy", "optedin"}});
     auto first_response = harness.WaitForResponse(first->GetResponsePairID());
     auto second_response = harness.WaitForResponse(second->GetResponsePairID());
-    ASSERT_NE(first_response, nullptr);
-    ASSERT_NE(second_response, nullptr);
+    ASSERT_TRUE(first_response && second_response);
     EXPECT_EQ(first_response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    // An empty id list is left out rather than sent empty; a blank device never synced.
-    EXPECT_EQ(VelmoraTest::KeysOf(first_response->GetData()), (std::vector<std::string>{"lastsync", "pushidentifier"}));
-    EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);
-    EXPECT_NE(first_response->GetData(), second_response->GetData());
+    // Empty values (the MID, the id list) are left out rather than sent empty; a blank device never synced.
+    const std::string answer = R"({advertisingidentifier: "AD", lastsync: 0, pushidentifier: "PUSH", vid: "VID"})";
     first_response->GetData()->PutString("mid", "written by one receiver");
-    EXPECT_EQ(first_response->GetData()->OptLong("lastsync", -1), 0);  // the writer keeps the rest
-    EXPECT_FALSE(second_response->GetData()->ContainsKey("mid"));
+    EXPECT_EQ(StringUtils::ToString(*second_response->GetData()), answer);
     EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
-}
 
-TEST(IdentityEventQueueTest, SyncWithoutOrgIdBlocksWhatStandsBehindItUntilOneComes) {
-    LogCapture log;
-    VelmoraTestServer::TestIdentityServer server;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"global.privacy", "optedin"}});
-
-    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
-    auto request = harness.DispatchIdentityRequest(MakeData());
-    Settle(harness);
-    EXPECT_TRUE(log.Contains(
-        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
-        "is obtained."));
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
-
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
-    auto response = harness.WaitForResponse(request->GetResponsePairID());
-    ASSERT_NE(response, nullptr);
-    // The sync ran first: it made the MID the answer carries, and published at its own number.
-    auto state = harness.IdentityState(sync);
-    ASSERT_NE(state, nullptr);
-    EXPECT_EQ(state->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
-}
-
-TEST(IdentityEventQueueTest, EmptyUserIdentifierClearsItAndPublishesAtTheRequestsNumber) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.RunInIdentityQueue([&] { identity->user_identifier = "old-user"; });
-
+    // An empty user identifier clears it: the state at the request's own number is the answer.
     auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
-    ASSERT_TRUE(VelmoraTest::WaitFor([&] { return harness.IdentityState(request) != nullptr; }));
     Settle(harness);
     auto state = harness.IdentityState(request);
+    ASSERT_NE(state, nullptr);
     EXPECT_FALSE(state->ContainsKey("vid"));
     auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
                            .SetEventNumber(request->GetEventNumber() - 1)
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
-    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->user_identifier, ""); });
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());  // the state is the answer
-}
+    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
 
-TEST(IdentityEventQueueTest, ClearingAtOptOutAnswersAllButUrlRequestsAndKeepsTheirOrder) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = IdentityRequest(SyncData());
-    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
-    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
-    auto plain = IdentityRequest(MakeData());
-
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {url_first, sync, vid, url_second, plain};
-        identity->ClearEventsQueue();
-        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
-        identity->event_queue.clear();
-    });
-    for (const auto& answered : {sync, vid, plain}) {
-        auto response = harness.WaitForResponse(answered->GetResponsePairID());
-        ASSERT_NE(response, nullptr);
-        EXPECT_EQ(response->GetName(), "IDENTITY_RESPONSE");
-        EXPECT_TRUE(response->GetData()->ContainsKey("lastsync"));
-    }
+    // No organisation has been configured yet: a sync blocks what stands behind it until one comes.
+    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
+    auto waiting = harness.DispatchIdentityRequest(MakeData());
     Settle(harness);
-    EXPECT_TRUE(ResponsesTo(harness, url_first->GetResponsePairID()).empty());
-    EXPECT_TRUE(ResponsesTo(harness, url_second->GetResponsePairID()).empty());
+    EXPECT_TRUE(log.Contains(
+        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
+        "is obtained."));
+    EXPECT_TRUE(ResponsesTo(harness, waiting->GetResponsePairID()).empty());
+
+    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
+    auto response = harness.WaitForResponse(waiting->GetResponsePairID());
+    // The sync ran first: it made the MID the answer carries, and published at its own number.
+    auto synced = harness.IdentityState(sync);
+    ASSERT_TRUE(response && synced);
+    EXPECT_EQ(synced->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
 TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
@@ -147,45 +127,41 @@ TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTh
         return IdentityRequest(data);
     };
     const auto NEW = Variant::FromString("new");
-    struct Case {
-        std::shared_ptr<Event> event;
-        std::string privacy;
-        std::string user_after;  // starting from "old"
-        bool refused, synced, answered, over_the_bus;
-    };
-    // The URL part of a request is never answered here: "vid" decided it.
-    const std::vector<Case> cases = {
-        {request(NEW, {}), "optedin", "new", false, false, false, false},
-        {request(Variant::FromInteger(5), {}), "optedin", "", false, false, false, false},  // no string: cleared
-        {request(NEW, {}), "optedout", "old", true, false, false, false},
-        {request(NEW, true), "optedin", "old", false, true, false, false},  // the flag beats "vid"
-        {request(nullptr, false, false), "optedin", "old", false, false, true, false},
-        // GENERIC_IDENTITY is a sync without any flag.
+    // Outcome: the user identifier after "old", then whether it was refused, synced, answered.
+    const std::vector<std::tuple<std::shared_ptr<Event>, std::string, std::string>> cases = {
+        // The URL part of a request is never answered here: "vid" decided it.
+        {request(NEW, {}), "optedin", "new 0 0 0"},
+        {request(Variant::FromInteger(5), {}), "optedin", " 0 0 0"},  // no string: cleared
+        {request(NEW, {}), "optedout", "old 1 0 0"},
+        {request(NEW, true), "optedin", "old 0 1 0"},  // the flag beats "vid"
+        {request(nullptr, false, false), "optedin", "old 0 0 1"},
+        // GENERIC_IDENTITY is a sync without any flag; it comes over the bus.
         {EventBuilder("generic", EventType::GENERIC_IDENTITY, EventSource::REQUEST_CONTENT).SetData(MakeData()).Build(),
-         "", "old", false, true, false, true},
+         "", "old 0 1 0"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.event->GetName() + " " + c.privacy);
+    for (const auto& [event, privacy, outcome] : cases) {
+        SCOPED_TRACE(event->GetName() + " " + privacy);
         log.Clear();
-        auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", c.privacy}}));
+        auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", privacy}}));
+        const bool over_the_bus = event->GetEventType() == EventType::GENERIC_IDENTITY;
         size_t syncs = 0;
         harness.RunInIdentityQueue([&] {
             module->user_identifier = "old";
             syncs = module->syncs.size();
-            EXPECT_TRUE(c.over_the_bus || module->ProcessEvent(c.event, config));
+            EXPECT_TRUE(over_the_bus || module->ProcessEvent(event, config));
         });
-        if (c.over_the_bus) harness.hub->Dispatch(c.event);
+        if (over_the_bus) harness.hub->Dispatch(event);
         Settle(harness);
+        std::string seen;
         harness.RunInIdentityQueue([&] {
-            EXPECT_EQ(module->user_identifier, c.user_after);
-            EXPECT_EQ(module->syncs.size() - syncs, c.synced ? 1u : 0u);
+            seen = module->user_identifier + " " + std::to_string(log.Count(refused)) + " " +
+                   std::to_string(module->syncs.size() - syncs);
         });
-        EXPECT_EQ(log.Count(refused), c.refused ? 1u : 0u);
-        EXPECT_EQ(ResponsesTo(harness, c.event->GetResponsePairID()).size(), c.answered ? 1u : 0u);
+        EXPECT_EQ(seen + " " + std::to_string(ResponsesTo(harness, event->GetResponsePairID()).size()), outcome);
     }
 }
 
-TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPlace) {
+TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlaceAndClearingSparesUrlRequests) {
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     auto numbered = [](const std::string& vid, int32_t number) {
@@ -212,6 +188,28 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPl
         EXPECT_EQ(identity->user_identifier, "first");
     });
 
+    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto sync = IdentityRequest(SyncData());
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
+
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {url_first, sync, vid, url_second, plain};
+        identity->ClearEventsQueue();
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
+        identity->event_queue.clear();
+    });
+    Settle(harness);
+    for (const auto& event : {url_first, sync, vid, url_second, plain}) {
+        auto responses = ResponsesTo(harness, event->GetResponsePairID());
+        const bool answered = event == sync || event == vid || event == plain;
+        ASSERT_EQ(responses.size(), answered ? 1u : 0u);
+        EXPECT_TRUE(!answered || (responses[0]->GetName() == "IDENTITY_RESPONSE" &&
+                                  responses[0]->GetData()->ContainsKey("lastsync")));
+    }
+
     // Without any configuration module the defaults decide: nothing waits.
     ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
     LogCapture log;
@@ -220,7 +218,7 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsOwnPl
     EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
 }
 
-TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsConfiguration) {
+TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootsNumberAndConfigurationASecondModuleIsRefused) {
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", "ORG@VelmoraOrg"}});
@@ -232,28 +230,23 @@ TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootedNumberAndTheBootsCon
     // A later configuration must not be the one the forced sync sees.
     harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
     VelmoraTest::Settle(harness);
-
     harness.RunInIdentityQueue([&] {
         ASSERT_EQ(module->syncs.size(), 1u);
         const auto& sync = module->syncs[0].event;
-        EXPECT_EQ(module->syncs[0].org_id, "ORG@VelmoraOrg");
-        EXPECT_EQ(sync->GetName(), "id-construct-forced-sync");
-        EXPECT_EQ(sync->GetEventNumber(), booted->GetEventNumber());
-        EXPECT_TRUE(sync->GetData()->OptBoolean("forcesync", false));
-        EXPECT_TRUE(sync->GetData()->OptBoolean("issyncevent", false));
-        EXPECT_EQ(sync->GetData()->OptInteger("authenticationstate", -1), 0);
+        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
+                      StringUtils::ToString(*sync->GetData()),
+                  "ORG@VelmoraOrg id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
     });
     // It goes straight into the queue, never over the bus.
     for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
-}
 
-TEST(IdentityLifecycleTest, ASecondModuleIsRefusedAndUnregistrationFreesTheFirst) {
-    IdentityHarness harness;
-    std::weak_ptr<Identity> weak = harness.RegisterIdentity();
     EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
     ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
-    EXPECT_EQ(weak.lock()->hit_database, nullptr);
+    EXPECT_EQ(module->hit_database, nullptr);
     // Nothing but the test holds the module any more: no cycle through the hit queue is left.
+    std::weak_ptr<Identity> weak = module;
+    module.reset();
     harness.identity.reset();
     EXPECT_TRUE(VelmoraTest::WaitFor([&] { return weak.expired(); }));
 }
