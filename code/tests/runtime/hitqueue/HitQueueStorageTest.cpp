@@ -12,15 +12,8 @@ using Rows = std::vector<std::vector<std::string>>;
 
 namespace {
 
-class HitQueueStorageTest : public ::testing::Test {
-protected:
-    void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
-    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
-
-    std::string DatabaseFile() const { return dir_.File(TestHitSchema::DATABASE); }
-    Rows Sql(const std::string& sql) const { return SqlRows(DatabaseFile(), sql); }
-
-    TempDir dir_;
+struct HitQueueStorageTest : HitQueueFixture {
+    Rows Sql(const std::string& sql) const { return SqlRows(File(), sql); }
 };
 
 }  // namespace
@@ -66,7 +59,7 @@ TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     EXPECT_TRUE(queue->DeleteTable());
     EXPECT_TRUE(queue->Queue(MakeHit("f")));
     EXPECT_EQ(Sql("SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"f"}}));
-    EXPECT_TRUE(log.Contains("Table TEST_HITS of " + DatabaseFile() + " was gone; made it again"));
+    EXPECT_TRUE(log.Contains("Table TEST_HITS of " + File() + " was gone; made it again"));
 }
 
 TEST_F(HitQueueStorageTest, RowsQueuedBeforeUpdateEarlierHitsAreHandedOverWithItsValuesAndStoredAsTheyWere) {

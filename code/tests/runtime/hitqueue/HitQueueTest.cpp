@@ -16,18 +16,7 @@ using namespace VelmoraMobile;
 using namespace VelmoraTest;
 using std::chrono::milliseconds;
 using Payloads = std::vector<std::string>;
-
-namespace {
-
-class HitQueueTest : public ::testing::Test {
-protected:
-    void SetUp() override { HitQueueBase::SetRetryWait(milliseconds(20)); }
-    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
-
-    TempDir dir_;
-};
-
-}  // namespace
+using HitQueueTest = HitQueueFixture;
 
 TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRowOnce) {
     QueueParts parts(dir_);

@@ -1,6 +1,8 @@
 #pragma once
 
-// A small hit type, schema and scriptable processor for the hit queue tests.
+// A small hit type, schema and scriptable processor for the hit queue tests, and their fixture.
+
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
@@ -131,6 +133,16 @@ struct QueueParts {
     std::shared_ptr<TestHitQueue> Build() {
         return queue = std::make_shared<TestHitQueue>(services, schema, processor);
     }
+};
+
+/// A short retry wait for the test, and a data folder.
+class HitQueueFixture : public ::testing::Test {
+protected:
+    void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
+    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
+    std::string File() const { return dir_.File(TestHitSchema::DATABASE); }
+
+    TempDir dir_;
 };
 
 }  // namespace VelmoraTest

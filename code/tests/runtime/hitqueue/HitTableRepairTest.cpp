@@ -18,18 +18,11 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-class HitTableRepairTest : public ::testing::Test {
-protected:
-    void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
-    void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
-
-    std::string File() const { return dir_.File(TestHitSchema::DATABASE); }
+struct HitTableRepairTest : HitQueueFixture {
     void Sql(const Strings& statements) const {
         for (const auto& sql : statements) SqlRows(File(), sql);
     }
     Strings Aside(const std::string& label) const { return FilesAside(dir_.Path(), TestHitSchema::DATABASE, label); }
-
-    TempDir dir_;
 };
 
 }  // namespace
