@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "runtime/services/json/BoundedJson.h"
 #include "runtime/services/json/NlohmannJsonUtilityService.h"
@@ -26,23 +27,19 @@ std::string Refused(const std::string& key) {
 }  // namespace
 
 TEST(BoundedJsonTest, TopLevelEntryNestedTooDeepIsRefusedWithOneLineAndTheRestKept) {
-    struct Case {
-        std::string text;
-        bool refused;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, bool> cases[] = {
         {R"({"ok":1,"deep":)" + Nested(99) + "}", false},  // the root counts as one level: 99 inside make 100
         {R"({"ok":1,"deep":)" + Nested(100) + "}", true},
         {R"({"ok":1,"deep":)" + Nested(150, R"({"a":)", "}") + "}", true},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text.substr(0, 30));
+    for (const auto& [text, refused] : cases) {
+        SCOPED_TRACE(text.substr(0, 30));
         LogCapture log;
-        nlohmann::json document = BoundedJson::Parse(c.text);
+        nlohmann::json document = BoundedJson::Parse(text);
         EXPECT_TRUE(document.contains("ok"));
-        EXPECT_EQ(document.contains("deep"), !c.refused);
-        EXPECT_EQ(log.Lines().size(), c.refused ? 1u : 0u);
-        EXPECT_EQ(log.Count(Refused("deep")), c.refused ? 1u : 0u);
+        EXPECT_EQ(document.contains("deep"), !refused);
+        EXPECT_EQ(log.Lines().size(), refused ? 1u : 0u);
+        EXPECT_EQ(log.Count(Refused("deep")), refused ? 1u : 0u);
     }
 }
 
