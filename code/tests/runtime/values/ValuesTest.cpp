@@ -154,9 +154,7 @@ TEST(VariantTest, ReaderOfTheWrongKindLeavesOutUntouched) {
     EXPECT_TRUE(number == 5 && vector.size() == 1u && out == "keep");
 }
 
-TEST(PrivacyStatusTest, TextRoundTripsAndIsCaseSensitive) {
-    for (auto status : {MobilePrivacyStatus::OPT_IN, MobilePrivacyStatus::OPT_OUT, MobilePrivacyStatus::UNKNOWN}) {
-        EXPECT_EQ(StringToMobilePrivacyStatus(MobilePrivacyStatusToString(status)), status);
-    }
+// The texts themselves are read and written by every configuration and privacy test.
+TEST(PrivacyStatusTest, TextIsCaseSensitive) {
     EXPECT_EQ(StringToMobilePrivacyStatus("OPTEDOUT"), MobilePrivacyStatus::UNKNOWN);
 }
