@@ -17,9 +17,7 @@
 #include "tests/support/OurThreads.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::Gate;
-using VelmoraTest::RecordingModule;
-using VelmoraTest::WaitFor;
+using namespace VelmoraTest;
 
 namespace {
 
@@ -49,7 +47,7 @@ TEST_F(HubTest, OneTimeListenerFiresOnceAndPairBoundListenersHearOnlyTheirPair) 
     recorder->Listen(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY);
     auto paired = std::make_shared<RecordingModule>("test.pair");
     paired->on_registered = [&] {
-        paired->RegisterListener(std::make_shared<VelmoraTest::RecordingListener>(), PingType(), PingSource(), "p-1");
+        paired->RegisterListener(std::make_shared<RecordingListener>(), PingType(), PingSource(), "p-1");
     };
     ASSERT_TRUE(hub->RegisterModule(recorder));
     ASSERT_TRUE(hub->RegisterModule(paired));
@@ -181,7 +179,7 @@ TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
     std::atomic<bool> registered{false};
     std::atomic<int> early_task{0};  // 1: ran too early, 2: ran after OnRegistered
     std::atomic<size_t> heard_during_registration{99};
-    auto listener = std::make_shared<VelmoraTest::RecordingListener>();
+    auto listener = std::make_shared<RecordingListener>();
     recorder->on_registered = [&] {
         recorder->RegisterListener(listener, PingType(), PingSource(), "");
         latch.Wait();  // events pile up behind the registration meanwhile
@@ -235,7 +233,7 @@ TEST_F(HubTest, UnregistrationRunsEarlierTasksThenRequiredOnesAndDropsLaterOnes)
 }
 
 TEST_F(HubTest, ShutdownUnregistersNewestFirstDeliversLastEventsAndJoinsEveryThread) {
-    size_t threads_before = VelmoraTest::OurThreadCount();
+    size_t threads_before = OurThreadCount();
     std::vector<std::string> steps;  // on the delivery thread, read after it is joined
     std::atomic<int> answers{0}, tasks_run{0};
     std::vector<std::shared_ptr<RecordingModule>> modules;
@@ -258,13 +256,13 @@ TEST_F(HubTest, ShutdownUnregistersNewestFirstDeliversLastEventsAndJoinsEveryThr
     EXPECT_EQ(tasks_run.load(), 100);
     EXPECT_EQ(answers.load(), 3);
     EXPECT_EQ(steps, (std::vector<std::string>{"test.module.2", "test.module.1", "test.module.0"}));
-    EXPECT_LE(VelmoraTest::OurThreadCount(), threads_before);
+    EXPECT_LE(OurThreadCount(), threads_before);
     hub->Dispatch(Ping());  // a stopped hub takes nothing more
     EXPECT_FALSE(hub->RegisterModule(std::make_shared<RecordingModule>("test.too.late")));
 }
 
 TEST_F(HubTest, AStuckTaskIsAbandonedAtTheDeadlineWithALogLine) {
-    VelmoraTest::LogCapture log(LoggingMode::WARNING_LOG);
+    LogCapture log(LoggingMode::WARNING_LOG);
     auto module = std::make_shared<RecordingModule>("test.stuck");
     Gate entered, release;
     std::atomic<bool> later_ran{false};

@@ -15,10 +15,7 @@
 #include "tests/support/WaitFor.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::LogCapture;
-using VelmoraTest::RecordingModule;
-using VelmoraTest::TempDir;
-using VelmoraTest::WaitFor;
+using namespace VelmoraTest;
 
 namespace {
 

@@ -10,8 +10,7 @@
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::LogCapture;
-using VelmoraTest::TempDir;
+using namespace VelmoraTest;
 
 namespace {
 
@@ -47,9 +46,9 @@ TEST(DataStoreTest, TypedValuesAndWritesTogetherSurviveReopeningInTheirOwnStore)
             store->WriteTogether([&] { store->SetLong("b", 2); });
             store->Remove("gone");
             EXPECT_EQ(store->GetString("a", ""), "1");  // the unit reads its own writes
-            EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"0"}}));
+            EXPECT_EQ(SqlRows(path, count_sql), SqlTextRows({{"0"}}));
         });
-        EXPECT_EQ(VelmoraTest::SqlRows(path, count_sql), VelmoraTest::SqlTextRows({{"2"}}));
+        EXPECT_EQ(SqlRows(path, count_sql), SqlTextRows({{"2"}}));
         auto other = OpenStore(dir.Path(), "other");
         other->SetString("text", "other");
         other->RemoveAll();

@@ -11,8 +11,7 @@
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::ScopedEnvironment;
-using VelmoraTest::TempDir;
+using namespace VelmoraTest;
 
 TEST(PlatformServicesTest, DataFolderComesFromArgumentThenEnvironmentThenXdgThenHome) {
     TempDir dir;
@@ -31,7 +30,7 @@ TEST(PlatformServicesTest, DataFolderComesFromArgumentThenEnvironmentThenXdgThen
 TEST(PlatformServicesTest, DatabaseNamesCannotLeaveTheDataFolderAndServicesSwapSafelyUnderReaders) {
     TempDir dir;
     PlatformServices services(dir.Path());
-    VelmoraTest::LogCapture capture;
+    LogCapture capture;
     EXPECT_EQ(services.GetDatabaseService()->GetDatabasePath("../escape"), "");
     EXPECT_TRUE(capture.Contains("Refusing database name (../escape)"));
 

@@ -14,10 +14,7 @@
 #include "tests/support/TempDir.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::FullDisk;
-using VelmoraTest::LogCapture;
-using VelmoraTest::SqlRows;
-using VelmoraTest::TempDir;
+using namespace VelmoraTest;
 using Strings = std::vector<std::string>;
 using Rows = std::vector<Strings>;
 
@@ -50,9 +47,9 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     LogCapture log;
     services_ = std::make_shared<PlatformServices>(dir_.Path());
     auto config = Store(CONFIG);
-    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "mismatch");
+    Strings aside = FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "mismatch");
     ASSERT_EQ(aside.size(), 1u);
-    EXPECT_EQ(VelmoraTest::ErrorLines(log),
+    EXPECT_EQ(ErrorLines(log),
               (Strings{"The data store file (" + File() +
                        ") holds a table of another shape (the table has a rowid); moved it to (" + aside[0] +
                        ") and started a fresh one with the 2 of 3 values that could be read"}));
@@ -74,15 +71,15 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     // Damage a leaf page in the middle of the file while the store has it open, then let another
     // connection write, so that the store reads its pages anew from the file.
     SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
-    ASSERT_TRUE(VelmoraTest::DamageMiddleLeaf(File(), "data_stores"));
+    ASSERT_TRUE(DamageMiddleLeaf(File(), "data_stores"));
     SqlRows(File(), "INSERT INTO data_stores VALUES ('zzz', 'touch', 2, 1)");
 
     LogCapture log;
     int readable = 0;
     for (int k = 0; k < keys; ++k) readable += ids->GetString("k" + std::to_string(1000 + k), "") == filler;
-    Strings aside = VelmoraTest::FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "corrupt");
+    Strings aside = FilesAside(dir_.Path(), SqliteLocalStorageService::FILE_NAME, "corrupt");
     ASSERT_EQ(aside.size(), 1u);
-    Strings errors = VelmoraTest::ErrorLines(log);
+    Strings errors = ErrorLines(log);
     ASSERT_EQ(errors.size(), 1u);
     EXPECT_EQ(errors[0].rfind("The data store file (" + File() + ") was found damaged at a read (", 0), 0u)
         << errors[0];
@@ -103,7 +100,7 @@ TEST_F(DataStoreRepairTest, AFileThatTakesNoMoreWritesKeepsTheRunGoingInMemoryFr
         FullDisk full;
         Store("ids")->SetLong("ttl", 1800);
     }
-    Strings errors = VelmoraTest::ErrorLines(log);
+    Strings errors = ErrorLines(log);
     ASSERT_EQ(errors.size(), 2u);
     EXPECT_EQ(errors[0].rfind("Data store write failed (" + File() + "): ", 0), 0u) << errors[0];
     EXPECT_EQ(errors[1].rfind("Writes to the data store file (" + File() + ") fail (", 0), 0u) << errors[1];
