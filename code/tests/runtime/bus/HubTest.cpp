@@ -174,7 +174,7 @@ TEST_F(HubTest, FromFourThreadsEventsArriveOnceInNumberOrderAndTasksOfOneModuleN
     }
 }
 
-TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
+TEST_F(HubTest, OnRegisteredRunsBeforeAnyTaskOrListenerOfItsModule) {
     Gate latch;
     std::atomic<bool> registered{false};
     std::atomic<int> early_task{0};  // 1: ran too early, 2: ran after OnRegistered
@@ -200,7 +200,6 @@ TEST_F(HubTest, OnRegisteredRunsOnceBeforeAnyTaskOrListenerOfItsModule) {
     for (const auto& event : recorder->Events()) EXPECT_NE(event, before) << "dispatched before registration";
     hub->Shutdown();
     EXPECT_TRUE(listener->IsFullyUnregistered());
-    EXPECT_EQ(recorder->on_registered_calls.load(), 1);
 }
 
 TEST_F(HubTest, UnregistrationRunsEarlierTasksThenRequiredOnesAndDropsLaterOnes) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -75,7 +74,6 @@ public:
     static std::shared_ptr<EventType> SyncType() { return EventType::Get("test.sync"); }
     static std::shared_ptr<EventSource> SyncSource() { return EventSource::Get("test.sync"); }
 
-    std::atomic<int> on_registered_calls{0};
     std::function<void()> on_registered;    // set before registration
     std::function<void()> on_unregistered;  // set before registration
 
@@ -93,7 +91,6 @@ public:
 };
 
 inline void RecordingModule::OnRegistered() {
-    ++on_registered_calls;
     RegisterListener<RecordingListener>(SyncType(), SyncSource());
     for (const auto& subscription : subscriptions_) {
         RegisterListener<RecordingListener>(subscription.first, subscription.second);
