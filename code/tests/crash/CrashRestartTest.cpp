@@ -70,15 +70,6 @@ private:
     FILE* stdin_;
 };
 
-// Whether a sync carrying `id` reached the server.
-bool Reached(const TestIdentityServer& server, const std::string& id) {
-    for (const auto& request : server.Requests()) {
-        for (auto [it, end] = request.all_params.equal_range("d_cid_ic"); it != end; ++it)
-            if (it->second.find(id) != std::string::npos) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 // Kills with SIGKILL while syncs are taken in, while one is on the wire and while an answer is
@@ -123,7 +114,14 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     note(host);
     ASSERT_GE(durable.size(), 6u);
     EXPECT_TRUE(WaitFor(
-        [&] { return std::all_of(durable.begin(), durable.end(), [&](auto& id) { return Reached(server, id); }); },
+        [&] {
+            const auto requests = server.Requests();
+            return std::all_of(durable.begin(), durable.end(), [&](auto& id) {
+                return std::any_of(requests.begin(), requests.end(), [&](auto& request) {
+                    return request.query.find("crash%01" + id + "%01") != std::string::npos;
+                });
+            });
+        },
         kPatience))
         << "a durable sync never reached the server";
     const int status = host.Stop();
