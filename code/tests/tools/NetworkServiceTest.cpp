@@ -27,15 +27,6 @@ Answer Get(NetworkServiceInterface& network, const std::string& url,
     return network.ConnectUrl(url, HttpCommand::GET, "", headers, timeout, timeout);
 }
 
-Fault Scripted(int status, bool drop = false, bool hang = false) {
-    Fault fault;
-    fault.status = status;
-    fault.body = "try later";
-    fault.drop_connection = drop;
-    fault.hang = hang;
-    return fault;
-}
-
 }  // namespace
 
 // Failures give an empty pointer and the handle works afterwards; every status arrives with its
@@ -62,7 +53,10 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_EQ(sent.headers.count("X-Injected") + sent.headers.count("X-Bad"), 0u);
     EXPECT_TRUE(capture.Contains("Skipping a request header that would break the request (X-Bad)"));
 
-    server.PushFault(Scripted(503));
+    Fault fault;
+    fault.status = 503;
+    fault.body = "try later";
+    server.PushFault(fault);
     auto refused = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
     ASSERT_TRUE(refused);
     EXPECT_EQ(std::to_string(refused->GetResponseCode()) + " " + refused->GetResponse(), "503 try later");
@@ -72,8 +66,10 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_EQ(sent.method + " " + sent.headers.at("Content-Length"), "POST 7");
 
     // A dropped connection, then one held past the read timeout (without it this call never returns).
-    server.PushFault(Scripted(200, true));
-    server.PushFault(Scripted(200, false, true));
+    Fault drop, hang;
+    drop.drop_connection = hang.hang = true;
+    server.PushFault(drop);
+    server.PushFault(hang);
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG", {}, seconds(1)));
     connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
@@ -100,7 +96,8 @@ TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOn
 
 TEST(NetworkServiceTest, AsyncReturnsBeforeTheAnswerAndCallsBackWithIt) {
     TestIdentityServer server;
-    Fault hang = Scripted(200, false, true);
+    Fault hang;
+    hang.hang = true;
     hang.path = "/veloptout.jpg";
     server.PushFault(hang);
     std::promise<Answer> hanging_promise, answered_promise;
