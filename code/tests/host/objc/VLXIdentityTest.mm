@@ -8,14 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "host/VelmoraMobileCoreBridge.h"
 #import "host/objc/VLXCoreBridge.h"
 #import "host/objc/VLXIdentity.h"
 #import "host/objc/VLXIdentityConversions.h"
 #import "host/objc/VLXMobileCore.h"
-#include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/InternalModule.h"
-#include "runtime/bus/ModuleEventListener.h"
 #include "tests/identity/api/Answers.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
@@ -36,30 +32,10 @@ protected:
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
 };
 
-/// Records the names of the identity requests and of the marks delivered on its hub, in delivery order.
-class RequestRecorder : public InternalModule {
-public:
-    RequestRecorder() : InternalModule("velmora.test.requestrecorder") {}
-    std::string GetSharedStateName() override { return "velmora.test.requestrecorder"; }
-    void OnRegistered() override { RegisterWildCardListener(std::make_shared<Listener>()); }
-    const std::shared_ptr<Answers<std::string>> heard = std::make_shared<Answers<std::string>>();
-
-private:
-    struct Listener : ModuleEventListener<RequestRecorder> {
-        void Hear(const std::shared_ptr<Event>& event) override {
-            auto recorder = GetParentModule();
-            if (recorder && (event->GetName() == "mark" || (event->GetEventType() == EventType::IDENTITY &&
-                                                            event->GetEventSource() == EventSource::REQUEST_IDENTITY)))
-                recorder->heard->Add(event->GetName());
-        }
-    };
-};
-
 /// A data folder, an identity server, and a core started through VLXMobileCore.
 struct RunningCore {
     VelmoraTest::TempDir dir;
     VelmoraTestServer::TestIdentityServer server;
-    std::shared_ptr<RequestRecorder> recorder = std::make_shared<RequestRecorder>();
 
     RunningCore() {
         NSDictionary* configuration = @{
@@ -70,7 +46,6 @@ struct RunningCore {
         EXPECT_TRUE([VLXMobileCore startWithDataDirectory:ToNSString(dir.Path())
                                         configurationFile:nil
                                             configuration:configuration]);
-        VelmoraMobileCoreBridge::GetInstance().GetCore()->event_hub->RegisterModule(recorder);
     }
     ~RunningCore() { [VLXMobileCore stop]; }
 };
@@ -114,8 +89,8 @@ TEST_F(VLXIdentityTest, CallsWithoutACoreAreDroppedRegistrationKeepsTheVersionAn
     EXPECT_TRUE([VLXMobileCore stop]);
 }
 
-// PII is logged when it has foreign entries and never sent; nil arguments still send their
-// request; an out-of-range state syncs as unknown; the ids come back as VLXMobileVisitorIds in order.
+// PII is logged when it has foreign entries and never sent; an out-of-range state syncs as
+// unknown; the ids come back as VLXMobileVisitorIds in order.
 TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOrder) {
     RunningCore core;
     LogCapture log;
@@ -130,10 +105,6 @@ TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOr
     const std::string removed = ToCppString([@{@"age" : @42} description]);
     EXPECT_EQ(pii[0].message,
               "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " + removed);
-    [VLXIdentity syncIdentifiers:nil];
-    [VLXIdentity syncIdentifiers:nil authentication:VLXMobileVisitorAuthenticationStateLoggedOut];
-    [VLXIdentity syncIdentifier:nil identifier:nil authentication:VLXMobileVisitorAuthenticationStateUnknown];
-    [VLXIdentity getOndaraCloudId:nil];
     [VLXIdentity syncIdentifier:@"crm"
                      identifier:@"alice"
                  authentication:static_cast<VLXMobileVisitorAuthenticationState>(7)];
@@ -149,13 +120,6 @@ TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOr
       rows->Add(row);
     }];
     EXPECT_EQ(rows->First(), (std::vector<std::string>{"d_cid_ic|crm|alice|0", "d_cid_ic|loyalty|L-9|1"}));
-    // A mark dispatched last reaches the recorder behind every request.
-    VelmoraMobileCoreBridge::GetInstance().GetCore()->event_hub->Dispatch(
-        EventBuilder("mark", EventType::Get("velmora.test.mark"), EventSource::REQUEST_CONTENT).Build());
-    ASSERT_TRUE(core.recorder->heard->WaitForCount(1) &&
-                VelmoraTest::WaitFor([&] { return core.recorder->heard->Values().back() == "mark"; }));
-    EXPECT_EQ(core.recorder->heard->Count(),
-              8u);  // the six calls but PII's (nil arguments included), getIdentifiers' and the mark
 }
 
 TEST_F(VLXIdentityTest, ConversionsKeepInRangeStatesAndCleanForeignEntries) {
