@@ -93,18 +93,16 @@ TEST_F(VLXIdentityTest, CallsWithoutACoreAreDroppedRegistrationKeepsTheVersionAn
 // unknown; the ids come back as VLXMobileVisitorIds in order.
 TEST_F(VLXIdentityTest, PiiSendsNothingSyncCallsReachTheModuleAndIdsComeBackInOrder) {
     RunningCore core;
-    LogCapture log;
+    LogCapture log(LoggingMode::WARNING_LOG);
     [VLXIdentity collectPii:@{@"name" : @"alice", @"city" : @"Lyon"}];
     [VLXIdentity collectPii:@{@"name" : @"alice", @"age" : @42}];
     [VLXIdentity collectPii:nil];
-    std::vector<LogCapture::Line> pii;
-    for (const auto& line : log.Lines())
-        if (line.tag == "Collect PII") pii.push_back(line);
-    ASSERT_EQ(pii.size(), 1u);
-    EXPECT_EQ(pii[0].mode, LoggingMode::WARNING_LOG);
-    const std::string removed = ToCppString([@{@"age" : @42} description]);
-    EXPECT_EQ(pii[0].message,
-              "found invalid entries in PII data, removing (requires <NSString*, NSString*>): " + removed);
+    const auto warnings = log.Lines();
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings[0].tag + ": " + warnings[0].message,
+              "Collect PII: found invalid entries in PII data, removing (requires <NSString*, NSString*>): " +
+                  ToCppString(
+                      [@{@"age" : @42} description]));
     [VLXIdentity syncIdentifier:@"crm"
                      identifier:@"alice"
                  authentication:static_cast<VLXMobileVisitorAuthenticationState>(7)];
