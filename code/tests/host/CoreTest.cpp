@@ -65,8 +65,7 @@ TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndRestartsOverT
     auto kept = core.IdentityApi();
     EXPECT_TRUE(core.Stop());
     EXPECT_TRUE(core.Stop());
-    EXPECT_EQ(core.Running(), nullptr);
-    EXPECT_EQ(core.Configuration(), nullptr);
+    EXPECT_TRUE(core.Running() == nullptr && core.Configuration() == nullptr);
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);
     auto answers = std::make_shared<StringAnswers>();
     kept->GetOndaraCloudId(answers->StringCallback());
@@ -78,12 +77,11 @@ TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndRestartsOverT
     VelmoraTestServer::ServerOptions tls;
     tls.tls = true;
     VelmoraTestServer::TestIdentityServer tls_server(tls);
-    options = plain;
-    options.server = tls_server.Host();
-    options.tls = true;
-    options.ca_file = tls_server.CaFile();
+    plain.server = tls_server.Host();
+    plain.tls = true;
+    plain.ca_file = tls_server.CaFile();
     {
-        Core restarted(options);
+        Core restarted(plain);
         EXPECT_TRUE(tls_server.WaitForRequests(1, std::chrono::seconds(20)));
     }
     EXPECT_EQ(VelmoraMobileCoreBridge::GetInstance().GetCore(), nullptr);  // the destructor stopped it

@@ -30,8 +30,8 @@ Answer Get(NetworkServiceInterface& network, const std::string& url,
 }  // namespace
 
 // Failures give an empty pointer and the handle works afterwards; every status arrives with its
-// body, and the request as sent.
-TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
+// body, and the request as sent; asynchronous calls call back with the answer.
+TEST(NetworkServiceTest, AnswersFailuresTheRequestAsSentAndAsynchronousCalls) {
     TestIdentityServer server;
     CurlNetworkService network("");
     LogCapture capture;
@@ -80,6 +80,26 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_TRUE(capture.Contains("Refusing to send a URL of " + std::to_string(url.size()) + " bytes (limit " +
                                  std::to_string(CurlNetworkService::MAX_URL_BYTES) + ")"));
     EXPECT_EQ(server.Requests().back().params.count("d_blob"), 0u);
+
+    // Asynchronous calls return at once: the server holds the first until it stops.
+    hang.path = "/veloptout.jpg";
+    server.PushFault(hang);
+    const size_t before = server.Requests().size();
+    std::promise<Answer> hanging_promise, answered_promise;
+    auto hanging = hanging_promise.get_future();
+    auto answered = answered_promise.get_future();
+    CurlNetworkService async("");  // declared after the promises: its worker ends before they go
+    async.ConnectUrlAsync(server.BaseUrl() + "/veloptout.jpg?d_mid=1", HttpCommand::GET, "", {}, seconds(30),
+                          seconds(30), [&](const Answer& answer) { hanging_promise.set_value(answer); });
+    async.ConnectUrlAsync(server.BaseUrl() + "/id?d_orgid=ORG", HttpCommand::GET, "", {}, seconds(5), seconds(5),
+                          [&](const Answer& answer) { answered_promise.set_value(answer); });
+    ASSERT_EQ(answered.wait_for(seconds(20)), std::future_status::ready);
+    ASSERT_TRUE(answered.get());
+    ASSERT_TRUE(server.WaitForRequests(before + 2, seconds(20)));
+    EXPECT_EQ(hanging.wait_for(seconds(0)), std::future_status::timeout);
+    server.Stop();  // drops the held connection
+    ASSERT_EQ(hanging.wait_for(seconds(20)), std::future_status::ready);
+    EXPECT_FALSE(hanging.get());
 }
 
 TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOnly) {
@@ -92,27 +112,4 @@ TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOn
     CurlNetworkService system_bundle_only;
     EXPECT_TRUE(Get(trusting, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(system_bundle_only, server.BaseUrl() + "/id?d_orgid=ORG"));
-}
-
-TEST(NetworkServiceTest, AsyncReturnsBeforeTheAnswerAndCallsBackWithIt) {
-    TestIdentityServer server;
-    Fault hang;
-    hang.hang = true;
-    hang.path = "/veloptout.jpg";
-    server.PushFault(hang);
-    std::promise<Answer> hanging_promise, answered_promise;
-    auto hanging = hanging_promise.get_future();
-    auto answered = answered_promise.get_future();
-    CurlNetworkService network("");  // declared last: its worker ends before the promises go
-    network.ConnectUrlAsync(server.BaseUrl() + "/veloptout.jpg?d_mid=1", HttpCommand::GET, "", {}, seconds(30),
-                            seconds(30), [&](const Answer& answer) { hanging_promise.set_value(answer); });
-    // The server holds that request until it stops, so neither call can have waited for it.
-    network.ConnectUrlAsync(server.BaseUrl() + "/id?d_orgid=ORG", HttpCommand::GET, "", {}, seconds(5), seconds(5),
-                            [&](const Answer& answer) { answered_promise.set_value(answer); });
-    ASSERT_EQ(answered.wait_for(seconds(20)), std::future_status::ready);
-    ASSERT_TRUE(answered.get());
-    ASSERT_TRUE(server.WaitForRequests(2, seconds(20)));
-    server.Stop();  // drops the held connection
-    ASSERT_EQ(hanging.wait_for(seconds(20)), std::future_status::ready);
-    EXPECT_FALSE(hanging.get());
 }
