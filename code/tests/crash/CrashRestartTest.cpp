@@ -37,10 +37,7 @@ public:
                         std::to_string(count) + " >'" + out_ + "'")
                            .c_str(),
                        "w")) {}
-    ~HostProcess() {
-        Kill();
-        Stop();
-    }
+    ~HostProcess() { Kill(); }
 
     // The complete lines written so far.
     std::string Text() const {
@@ -53,10 +50,11 @@ public:
         const size_t from = text.find("\n" + after);
         return from != std::string::npos && text.find("\n" + line, from + after.size()) != std::string::npos;
     }
-    // Only a child that said "pid <pid>" (its first line) and has not been waited for.
+    // Only a child that said "pid <pid>" (its first line) and has not been waited for; then reaps it.
     void Kill() {
         const std::string text = Text();
         if (stdin_ != nullptr && text.rfind("pid ", 0) == 0) kill(std::stoi(text.substr(4)), SIGKILL);
+        Stop();
     }
     // Closes stdin, so the host stops, and gives its exit status.
     int Stop() {
@@ -70,15 +68,6 @@ private:
     FILE* stdin_;
 };
 
-// Whether a sync carrying `id` reached the server.
-bool Reached(const TestIdentityServer& server, const std::string& id) {
-    for (const auto& request : server.Requests()) {
-        for (auto [it, end] = request.all_params.equal_range("d_cid_ic"); it != end; ++it)
-            if (it->second.find(id) != std::string::npos) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 // Kills with SIGKILL while syncs are taken in, while one is on the wire and while an answer is
@@ -90,8 +79,7 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     VelmoraTestServer::Fault slow;
     slow.delay_ms = 200;
     server.SetDefaultFault(slow);
-    std::set<std::string> durable;
-    std::set<std::string> mids;
+    std::set<std::string> durable, mids;
     // "durable <id> <mid>" and "ready <mid>" lines: what the host had taken in, and its MID.
     auto note = [&](const HostProcess& host) {
         std::istringstream lines(host.Text());
@@ -105,7 +93,6 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
         HostProcess host(dir, server.Host(), prefix, count);
         EXPECT_TRUE(WaitFor([&] { return moment(host); }, kPatience)) << prefix << ":\n" << host.Text();
         host.Kill();
-        host.Stop();
         note(host);
     };
 
@@ -123,7 +110,12 @@ TEST(CrashRestartTest, SyncsMidAndFilesSurviveKillsDuringInsertsSendsAndAnswers)
     note(host);
     ASSERT_GE(durable.size(), 6u);
     EXPECT_TRUE(WaitFor(
-        [&] { return std::all_of(durable.begin(), durable.end(), [&](auto& id) { return Reached(server, id); }); },
+        [&] {
+            std::string sent;
+            for (const auto& request : server.Requests()) sent += request.query + "&";
+            return std::all_of(durable.begin(), durable.end(),
+                               [&](auto& id) { return sent.find("crash%01" + id + "%01") != std::string::npos; });
+        },
         kPatience))
         << "a durable sync never reached the server";
     const int status = host.Stop();

@@ -27,34 +27,19 @@ Answer Get(NetworkServiceInterface& network, const std::string& url,
     return network.ConnectUrl(url, HttpCommand::GET, "", headers, timeout, timeout);
 }
 
-Fault Scripted(int status, bool drop = false, bool hang = false) {
-    Fault fault;
-    fault.status = status;
-    fault.body = "try later";
-    fault.drop_connection = drop;
-    fault.hang = hang;
-    return fault;
-}
-
 }  // namespace
 
 // Failures give an empty pointer and the handle works afterwards; every status arrives with its
-// body, and the request as sent.
-TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
-    std::string closed_url;
-    {
-        TestIdentityServer closed;
-        closed_url = closed.BaseUrl() + "/id?d_orgid=ORG";
-    }
+// body, and the request as sent; asynchronous calls call back with the answer.
+TEST(NetworkServiceTest, AnswersFailuresTheRequestAsSentAndAsynchronousCalls) {
     TestIdentityServer server;
     CurlNetworkService network("");
     LogCapture capture;
-    EXPECT_FALSE(Get(network, closed_url, {}, seconds(2)));
-    EXPECT_TRUE(capture.ContainsFragment("failed"));
-    for (const std::string& url : {std::string(""), std::string("not a url"), std::string("ftp://127.0.0.1:1/x"),
-                                   std::string("http://127.0.0.1:1/\0x", 21)}) {
+    for (const std::string& url : {std::string("http://127.0.0.1:1/id"), std::string(""), std::string("not a url"),
+                                   std::string("ftp://127.0.0.1:1/x"), std::string("http://127.0.0.1:1/\0x", 21)}) {
         EXPECT_FALSE(Get(network, url, {}, seconds(1))) << url;
     }
+    EXPECT_TRUE(capture.ContainsFragment("failed"));
     auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
     headers["X-Bad"] = "v\r\nX-Injected: 1";
     auto connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG&d_mid=0123456789&d_cid=20920%01", headers);
@@ -68,7 +53,10 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_EQ(sent.headers.count("X-Injected") + sent.headers.count("X-Bad"), 0u);
     EXPECT_TRUE(capture.Contains("Skipping a request header that would break the request (X-Bad)"));
 
-    server.PushFault(Scripted(503));
+    Fault fault;
+    fault.status = 503;
+    fault.body = "try later";
+    server.PushFault(fault);
     auto refused = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
     ASSERT_TRUE(refused);
     EXPECT_EQ(std::to_string(refused->GetResponseCode()) + " " + refused->GetResponse(), "503 try later");
@@ -78,8 +66,10 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_EQ(sent.method + " " + sent.headers.at("Content-Length"), "POST 7");
 
     // A dropped connection, then one held past the read timeout (without it this call never returns).
-    server.PushFault(Scripted(200, true));
-    server.PushFault(Scripted(200, false, true));
+    Fault drop, hang;
+    drop.drop_connection = hang.hang = true;
+    server.PushFault(drop);
+    server.PushFault(hang);
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(network, server.BaseUrl() + "/id?d_orgid=ORG", {}, seconds(1)));
     connection = Get(network, server.BaseUrl() + "/id?d_orgid=ORG");
@@ -90,6 +80,26 @@ TEST(NetworkServiceTest, AnswersFailuresAndTheRequestAsSent) {
     EXPECT_TRUE(capture.Contains("Refusing to send a URL of " + std::to_string(url.size()) + " bytes (limit " +
                                  std::to_string(CurlNetworkService::MAX_URL_BYTES) + ")"));
     EXPECT_EQ(server.Requests().back().params.count("d_blob"), 0u);
+
+    // Asynchronous calls return at once: the server holds the first until it stops.
+    hang.path = "/veloptout.jpg";
+    server.PushFault(hang);
+    const size_t before = server.Requests().size();
+    std::promise<Answer> hanging_promise, answered_promise;
+    auto hanging = hanging_promise.get_future();
+    auto answered = answered_promise.get_future();
+    CurlNetworkService async("");  // declared after the promises: its worker ends before they go
+    async.ConnectUrlAsync(server.BaseUrl() + "/veloptout.jpg?d_mid=1", HttpCommand::GET, "", {}, seconds(30),
+                          seconds(30), [&](const Answer& answer) { hanging_promise.set_value(answer); });
+    async.ConnectUrlAsync(server.BaseUrl() + "/id?d_orgid=ORG", HttpCommand::GET, "", {}, seconds(5), seconds(5),
+                          [&](const Answer& answer) { answered_promise.set_value(answer); });
+    ASSERT_EQ(answered.wait_for(seconds(20)), std::future_status::ready);
+    ASSERT_TRUE(answered.get());
+    ASSERT_TRUE(server.WaitForRequests(before + 2, seconds(20)));
+    EXPECT_EQ(hanging.wait_for(seconds(0)), std::future_status::timeout);
+    server.Stop();  // drops the held connection
+    ASSERT_EQ(hanging.wait_for(seconds(20)), std::future_status::ready);
+    EXPECT_FALSE(hanging.get());
 }
 
 TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOnly) {
@@ -102,26 +112,4 @@ TEST(NetworkServiceTest, TlsWorksWithTheServersCertificateThroughTheCaVariableOn
     CurlNetworkService system_bundle_only;
     EXPECT_TRUE(Get(trusting, server.BaseUrl() + "/id?d_orgid=ORG"));
     EXPECT_FALSE(Get(system_bundle_only, server.BaseUrl() + "/id?d_orgid=ORG"));
-}
-
-TEST(NetworkServiceTest, AsyncReturnsBeforeTheAnswerAndCallsBackWithIt) {
-    TestIdentityServer server;
-    Fault hang = Scripted(200, false, true);
-    hang.path = "/veloptout.jpg";
-    server.PushFault(hang);
-    std::promise<Answer> hanging_promise, answered_promise;
-    auto hanging = hanging_promise.get_future();
-    auto answered = answered_promise.get_future();
-    CurlNetworkService network("");  // declared last: its worker ends before the promises go
-    network.ConnectUrlAsync(server.BaseUrl() + "/veloptout.jpg?d_mid=1", HttpCommand::GET, "", {}, seconds(30),
-                            seconds(30), [&](const Answer& answer) { hanging_promise.set_value(answer); });
-    // The server holds that request until it stops, so neither call can have waited for it.
-    network.ConnectUrlAsync(server.BaseUrl() + "/id?d_orgid=ORG", HttpCommand::GET, "", {}, seconds(5), seconds(5),
-                            [&](const Answer& answer) { answered_promise.set_value(answer); });
-    ASSERT_EQ(answered.wait_for(seconds(20)), std::future_status::ready);
-    ASSERT_TRUE(answered.get());
-    ASSERT_TRUE(server.WaitForRequests(2, seconds(20)));
-    server.Stop();  // drops the held connection
-    ASSERT_EQ(hanging.wait_for(seconds(20)), std::future_status::ready);
-    EXPECT_FALSE(hanging.get());
 }
