@@ -135,8 +135,10 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     }
 }
 
-TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncWithoutAState) {
+TEST_F(IdentitySyncTest, WithNoOrgYetASyncWaitsUnlessOptedOutABorrowedOptedOutOneOrNothingNewSkipsItStateless) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
+    EXPECT_FALSE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("")));
+    EXPECT_TRUE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("", "identity.example", true, "optedout")));
     InQueue([](Identity& identity) {
         identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
         identity.mid = "m1";
@@ -147,9 +149,10 @@ TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncW
     auto nothing_new = SyncEvent();
     EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
-    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
-              (Lines{"Ignoring ID Sync due to privacy status opt out!",
-                     "Ignoring ID sync because nothing new to sync after the last sync."}));
+    EXPECT_EQ(
+        IdentityLines(capture, LoggingMode::DEBUG_LOG),
+        (Lines{"Ignoring ID Sync due to privacy status opt out.", "Ignoring ID Sync due to privacy status opt out!",
+               "Ignoring ID sync because nothing new to sync after the last sync."}));
     EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
