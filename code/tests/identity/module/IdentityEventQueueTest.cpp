@@ -14,7 +14,6 @@
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
-#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
@@ -40,9 +39,8 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAndASyncWithoutOrgIdWaiting) {
+TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVidPublishedAtItsOwnNumber) {
     LogCapture log;
-    VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     harness.RunInIdentityQueue([&] {
@@ -84,6 +82,7 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAnd
     first_response->GetData()->PutString("mid", "written by one receiver");
     EXPECT_EQ(StringUtils::ToString(*second_response->GetData()), answer);
     EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->latest_valid_config, nullptr); });  // it had no org id
 
     // An empty user identifier clears it: the state at the request's own number is the answer.
     auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
@@ -91,27 +90,6 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAnd
     auto state = harness.IdentityState(request);
     ASSERT_NE(state, nullptr);
     EXPECT_FALSE(state->ContainsKey("vid"));
-    auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
-                           .SetEventNumber(request->GetEventNumber() - 1)
-                           .Build();
-    EXPECT_EQ(harness.IdentityState(just_before), nullptr);
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
-
-    // No organisation has been configured yet: a sync blocks what stands behind it until one comes.
-    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
-    auto waiting = harness.DispatchIdentityRequest(MakeData());
-    Settle(harness);
-    EXPECT_TRUE(log.Contains(
-        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
-        "is obtained."));
-    EXPECT_TRUE(ResponsesTo(harness, waiting->GetResponsePairID()).empty());
-
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
-    auto response = harness.WaitForResponse(waiting->GetResponsePairID());
-    // The sync ran first: it made the MID the answer carries, and published at its own number.
-    auto synced = harness.IdentityState(sync);
-    ASSERT_TRUE(response && synced);
-    EXPECT_EQ(synced->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
 TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
