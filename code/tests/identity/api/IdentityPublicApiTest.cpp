@@ -66,13 +66,8 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
     auto hub = std::make_shared<CapturingHub>();
     auto api = IdentityPublicApi::Create(hub, nullptr);
     api->GetOndaraCloudId(nullptr);
-    api->GetPushIdentifier(nullptr);
-    api->GetAdvertisingIdentifier(nullptr);
-    api->GetUserIdentifier(nullptr);
     api->GetIdentifiers(nullptr);
-    api->AppendToUrl("https://shop.example/", nullptr);
     api->CreateIdentityRequestWithOneTimeCallbackWithStringCallbackParam("mid", nullptr, nullptr);
-    api->CreateIdentityRequestWithOneTimeCallbackWithVisitorIdCallbackParam("visitoridslist", nullptr, nullptr);
     api->SyncIdentifiers({});
     api->SyncIdentifier("", "v", State::AUTHENTICATED);
     api->SyncIdentifiers({{"a", "1"}, {"b", "2"}}, State::LOGGED_OUT);

@@ -203,16 +203,14 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
 TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMissingServicesGiveNone) {
     const uint8_t bytes[][16] = {// 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
                                  {1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
-                                 // The lowest value has no absolute value and keeps its sign: 39 characters.
-                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A},
-                                 {0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
+                                 // The lowest value has no absolute value and keeps its sign: 40 characters.
+                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
     const struct {
         std::shared_ptr<CryptoServiceInterface> crypto;
         std::string mid;
         Lines warnings;
     } cases[] = {{std::make_shared<FakeCryptoService>(bytes[0]), "00726238597903828560072623859790382856", {}},
-                 {std::make_shared<FakeCryptoService>(bytes[1]), "-92233720368547758080000000000000000042", {}},
-                 {std::make_shared<FakeCryptoService>(bytes[2]), "0000000000000000000-9223372036854775808", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[1]), "-9223372036854775808-9223372036854775808", {}},
                  {nullptr, "", {"Unable to generate mid. Crypto services is null."}},
                  {std::make_shared<FakeCryptoService>(), "", {"Unable to generate mid. UUID Interface is null."}}};
     for (const auto& c : cases) {
