@@ -27,12 +27,6 @@ namespace {
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string PENDING_MESSAGE = "Config not available at the time to process identity event.";
 
-std::shared_ptr<EventData> SyncData() {
-    auto data = std::make_shared<EventData>();
-    data->PutBoolean("issyncevent", true);
-    return data;
-}
-
 std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
     return EventBuilder("test request", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetData(data).Build();
 }
@@ -162,7 +156,8 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
 
     // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
     auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = IdentityRequest(SyncData());
+    auto sync = IdentityRequest(MakeData());
+    sync->GetData()->PutBoolean("issyncevent", true);
     auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
     auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
     auto plain = IdentityRequest(MakeData());
