@@ -80,11 +80,32 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVid
     EXPECT_FALSE(state->ContainsKey("vid"));
 }
 
-TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
+TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRouteByTheSyncFlagUserIdentifierAndUrl) {
     LogCapture log;
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
+    harness.Boot();
+    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
+        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
+    });
+    ASSERT_NE(booted, nullptr);
+    // A later configuration must not be the one the forced sync sees.
+    harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
+    VelmoraTest::Settle(harness);
+    harness.RunInIdentityQueue([&] {
+        ASSERT_EQ(module->syncs.size(), 1u);
+        const auto& sync = module->syncs[0].event;
+        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
+                      StringUtils::ToString(*sync->GetData()),
+                  ORG + " id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
+    });
+    // It goes straight into the queue, never over the bus.
+    for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
+
+    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
+
     const std::string refused = "cannot set user identifier with privacy opt out. sharing";
     auto request = [](const std::shared_ptr<Variant>& vid, const std::optional<bool>& sync, bool url = true) {
         auto data = url ? MakeData({{"baseurl", "https://site.example"}}) : MakeData();
@@ -181,30 +202,4 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
     auto request = harness.DispatchIdentityRequest(MakeData());
     EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
     EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
-}
-
-TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootsNumberAndConfigurationASecondModuleIsRefused) {
-    IdentityHarness harness;
-    auto module = VelmoraTest::RegisterSyncRecorder(harness);
-    harness.Configure({{"ondaraCloud.org", "ORG@VelmoraOrg"}});
-    harness.Boot();
-    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
-        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
-    });
-    ASSERT_NE(booted, nullptr);
-    // A later configuration must not be the one the forced sync sees.
-    harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
-    VelmoraTest::Settle(harness);
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 1u);
-        const auto& sync = module->syncs[0].event;
-        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
-                      StringUtils::ToString(*sync->GetData()),
-                  "ORG@VelmoraOrg id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
-                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
-    });
-    // It goes straight into the queue, never over the bus.
-    for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
-
-    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
 }
