@@ -62,7 +62,8 @@ std::shared_ptr<Variant> IdMap(const std::string& type, const std::string& id) {
     return VisitorIdSerializer().Serialize(VisitorId("d_cid_ic", type, id, State::AUTHENTICATED));
 }
 
-TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAndEmptyCallbacksSendNothing) {
+TEST(IdentityPublicApiAnswer,
+     RequestsCarryTheirDataAnAnswerIsListenedForFirstEmptyCallbacksSendNothingEachAnswerReadsItsOwnKey) {
     auto hub = std::make_shared<CapturingHub>();
     auto api = IdentityPublicApi::Create(hub, nullptr);
     api->GetOndaraCloudId(nullptr);
@@ -88,11 +89,8 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
             request +
                 R"({authenticationstate: 2, forcesync: false, issyncevent: true, visitoridentifiers: {a: "1", b: "2"}})",
             request + R"({vid: ""})", listen, request + R"({baseurl: ""} answered)", listen, request + "{} answered"}));
-}
 
-TEST(IdentityPublicApiAnswer, EachGetterReadsItsOwnKeyStringsFallBackToEmptyListsNeedAReadableList) {
-    auto hub = std::make_shared<CapturingHub>();
-    auto api = IdentityPublicApi::Create(hub, nullptr);
+    // Each getter reads its own key; strings fall back to empty, lists need a readable list.
     std::vector<std::string> answers;
     const auto add = [&](std::string value) { answers.push_back(value); };
     api->GetOndaraCloudId(add);
