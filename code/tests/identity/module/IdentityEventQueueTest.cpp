@@ -78,6 +78,10 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVid
     auto state = harness.IdentityState(request);
     ASSERT_NE(state, nullptr);
     EXPECT_FALSE(state->ContainsKey("vid"));
+    auto just_before = EventBuilder("probe", EventType::HUB, EventSource::SHARED_STATE)
+                           .SetEventNumber(request->GetEventNumber() - 1)
+                           .Build();
+    EXPECT_EQ(harness.IdentityState(just_before), nullptr);
 }
 
 TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRouteByTheSyncFlagUserIdentifierAndUrl) {
