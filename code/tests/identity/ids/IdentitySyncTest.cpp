@@ -145,9 +145,8 @@ TEST_F(IdentitySyncTest, WithNoOrgYetASyncWaitsUnlessOptedOutABorrowedOptedOutOn
         identity.ttl = std::chrono::seconds(600);
         identity.last_sync = std::chrono::seconds(TimeUtils::GetUnixTimeInSeconds());
     });
-    auto borrowing = SyncEvent({{"crm", "abc"}});
     auto nothing_new = SyncEvent();
-    EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
+    EXPECT_TRUE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
     EXPECT_EQ(
         IdentityLines(capture, LoggingMode::DEBUG_LOG),
