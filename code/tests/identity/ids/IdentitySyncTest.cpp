@@ -92,7 +92,6 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     });
     EXPECT_FALSE(ShouldSyncAfter(600, {}, {}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(601, {}, {}, false, config));
-    EXPECT_TRUE(ShouldSyncAfter(0, {{"crm", "abc"}}, {}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(0, {}, {{"20920", ""}}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(0, {}, {}, true, config));
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "m"); });
