@@ -1,5 +1,5 @@
 // IdentityPublicApi on a hub that captures the one-time listener (how one answer becomes a
-// callback), and against a real hub, the identity module and the test identity server.
+// callback).
 
 #include <gtest/gtest.h>
 
@@ -14,20 +14,14 @@
 #include "runtime/values/SdkError.h"
 #include "runtime/values/StringUtils.h"
 #include "runtime/values/Variant.h"
-#include "tests/identity/api/Answers.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
-#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
-using VelmoraTest::IdAnswers;
-using VelmoraTest::IdentityHarness;
 using VelmoraTest::LogCapture;
-using VelmoraTest::StringAnswers;
 
 namespace {
 
-const std::string ORG = "0123456789ABCDEF@VelmoraOrg";
 using State = VisitorIdAuthenticationState;
 
 /// Records what the api asks of the hub, in order, and keeps the one-time listener.
@@ -68,17 +62,13 @@ std::shared_ptr<Variant> IdMap(const std::string& type, const std::string& id) {
     return VisitorIdSerializer().Serialize(VisitorId("d_cid_ic", type, id, State::AUTHENTICATED));
 }
 
-TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAndEmptyCallbacksSendNothing) {
+TEST(IdentityPublicApiAnswer,
+     RequestsCarryTheirDataAnAnswerIsListenedForFirstEmptyCallbacksSendNothingEachAnswerReadsItsOwnKey) {
     auto hub = std::make_shared<CapturingHub>();
     auto api = IdentityPublicApi::Create(hub, nullptr);
     api->GetOndaraCloudId(nullptr);
-    api->GetPushIdentifier(nullptr);
-    api->GetAdvertisingIdentifier(nullptr);
-    api->GetUserIdentifier(nullptr);
     api->GetIdentifiers(nullptr);
-    api->AppendToUrl("https://shop.example/", nullptr);
     api->CreateIdentityRequestWithOneTimeCallbackWithStringCallbackParam("mid", nullptr, nullptr);
-    api->CreateIdentityRequestWithOneTimeCallbackWithVisitorIdCallbackParam("visitoridslist", nullptr, nullptr);
     api->SyncIdentifiers({});
     api->SyncIdentifier("", "v", State::AUTHENTICATED);
     api->SyncIdentifiers({{"a", "1"}, {"b", "2"}}, State::LOGGED_OUT);
@@ -99,11 +89,8 @@ TEST(IdentityPublicApiAnswer, RequestsCarryTheirDataAnAnswerIsListenedForFirstAn
             request +
                 R"({authenticationstate: 2, forcesync: false, issyncevent: true, visitoridentifiers: {a: "1", b: "2"}})",
             request + R"({vid: ""})", listen, request + R"({baseurl: ""} answered)", listen, request + "{} answered"}));
-}
 
-TEST(IdentityPublicApiAnswer, EachGetterReadsItsOwnKeyStringsFallBackToEmptyListsNeedAReadableList) {
-    auto hub = std::make_shared<CapturingHub>();
-    auto api = IdentityPublicApi::Create(hub, nullptr);
+    // Each getter reads its own key; strings fall back to empty, lists need a readable list.
     std::vector<std::string> answers;
     const auto add = [&](std::string value) { answers.push_back(value); };
     api->GetOndaraCloudId(add);
@@ -172,42 +159,6 @@ TEST(IdentityPublicApiAnswer, ARefusedListenerIsLoggedAndTheRequestStillGoesAMis
         log.Contains("SetUserIdentifier ignored: the identity module is not registered on this hub (the core "
                      "is stopped or not started)"));
     EXPECT_EQ(hub->calls.size(), 2u);
-}
-
-// The opt-out road on a real hub and server: what is left is answered, in order of asking.
-TEST(IdentityPublicApiTest, OptedOutDropsSyncsRefusesTheUserIdAndAnswersWhatIsLeft) {
-    VelmoraTestServer::TestIdentityServer server;
-    IdentityHarness harness;
-    harness.RegisterIdentity();
-    auto api = IdentityPublicApi::Create(harness.hub, harness.services);
-    VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", ORG}, {"global.privacy", "optedout"}});
-    LogCapture log;
-    harness.Boot();  // its forced sync is dropped too
-    api->SyncIdentifier("crm", "alice", State::AUTHENTICATED);
-    api->SetUserIdentifier("bob");
-    auto strings = std::make_shared<StringAnswers>();
-    auto ids = std::make_shared<IdAnswers>();
-    api->AppendToUrl("https://shop.example/cart", strings->StringCallback());
-    api->GetIdentifiers(ids->IdsCallback());
-    api->GetOndaraCloudId(strings->StringCallback());
-    api->GetPushIdentifier(strings->StringCallback());
-    api->GetAdvertisingIdentifier(strings->StringCallback());
-    api->GetUserIdentifier(strings->StringCallback());
-    ASSERT_TRUE(strings->WaitForCount(5));
-
-    auto values = strings->Values();
-    const size_t time = values[0].find("TS%3D");
-    ASSERT_NE(time, std::string::npos) << values[0];
-    values[0].erase(time + 2, values[0].find("%7C", time) - time - 2);  // the time varies
-    // Still decorated, without the wiped MID and the refused user identifier.
-    EXPECT_EQ(values, (std::vector<std::string>{
-                          "https://shop.example/cart?velmora_mc=TS%7COCORGID%3D0123456789ABCDEF%40VelmoraOrg", "", "",
-                          "", ""}));
-    EXPECT_EQ(log.Count("Ignoring ID Sync due to privacy status opt out."), 2u);
-    EXPECT_TRUE(log.Contains("cannot set user identifier with privacy opt out. sharing"));
-    EXPECT_EQ(ids->Count(), 0u);
-    EXPECT_TRUE(server.Requests().empty());
 }
 
 // The request and sync paths' lines on a stopped core are pinned by CoreTest; these two calls check on their own.

@@ -20,29 +20,19 @@ using namespace VelmoraMobile;
 using VelmoraTest::LogCapture;
 using VelmoraTest::MakeData;
 
-namespace {
-
-// The type and source a listener is registered for play no part in what it does with an event.
-template <typename TListener>
-std::shared_ptr<ModuleEventListenerBase> ListenerOf(const std::shared_ptr<Module>& module) {
-    auto listener = std::make_shared<TListener>();
-    listener->Init(module, EventType::HUB, EventSource::SHARED_STATE);
-    return listener;
-}
-
-}  // namespace
-
 TEST(IdentityListenersTest, ListenersOfAGoneModuleLogAndReturn) {
     LogCapture log;
     auto module = std::make_shared<Identity>();
     const std::vector<std::shared_ptr<ModuleEventListenerBase>> listeners = {
-        ListenerOf<IdentityListenerRequestIdentity>(module),
-        ListenerOf<IdentityListenerHubSharedState>(module),
-        ListenerOf<IdentityListenerBootedEvent>(module),
-        ListenerOf<IdentityListenerConfigurationResponseContent>(module),
-        ListenerOf<IdentityListenerAudienceResponseContent>(module),
-        ListenerOf<IdentityListenerAnalyticsResponseIdentity>(module),
-        ListenerOf<IdentityListenerGenericIdentityRequestContent>(module)};
+        std::make_shared<IdentityListenerRequestIdentity>(),
+        std::make_shared<IdentityListenerHubSharedState>(),
+        std::make_shared<IdentityListenerBootedEvent>(),
+        std::make_shared<IdentityListenerConfigurationResponseContent>(),
+        std::make_shared<IdentityListenerAudienceResponseContent>(),
+        std::make_shared<IdentityListenerAnalyticsResponseIdentity>(),
+        std::make_shared<IdentityListenerGenericIdentityRequestContent>()};
+    // The type and source a listener is registered for play no part in what it does with an event.
+    for (const auto& listener : listeners) listener->Init(module, EventType::HUB, EventSource::SHARED_STATE);
     module.reset();
     auto event = EventBuilder("test event", EventType::HUB, EventSource::SHARED_STATE)
                      .SetData(MakeData({{"stateowner", "com.velmora.module.configuration"}}))

@@ -92,7 +92,6 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     });
     EXPECT_FALSE(ShouldSyncAfter(600, {}, {}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(601, {}, {}, false, config));
-    EXPECT_TRUE(ShouldSyncAfter(0, {{"crm", "abc"}}, {}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(0, {}, {{"20920", ""}}, false, config));
     EXPECT_TRUE(ShouldSyncAfter(0, {}, {}, true, config));
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "m"); });
@@ -135,21 +134,23 @@ TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
     }
 }
 
-TEST_F(IdentitySyncTest, ABorrowedOptedOutConfigurationOrNothingNewSkipsTheSyncWithoutAState) {
+TEST_F(IdentitySyncTest, WithNoOrgYetASyncWaitsUnlessOptedOutABorrowedOptedOutOneOrNothingNewSkipsItStateless) {
     LogCapture capture(LoggingMode::DEBUG_LOG);
+    EXPECT_FALSE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("")));
+    EXPECT_TRUE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("", "identity.example", true, "optedout")));
     InQueue([](Identity& identity) {
         identity.latest_valid_config = MakeConfig(ORG, "identity.example", true, "optedout");
         identity.mid = "m1";
         identity.ttl = std::chrono::seconds(600);
         identity.last_sync = std::chrono::seconds(TimeUtils::GetUnixTimeInSeconds());
     });
-    auto borrowing = SyncEvent({{"crm", "abc"}});
     auto nothing_new = SyncEvent();
-    EXPECT_TRUE(Sync(borrowing, MakeConfig("")));
+    EXPECT_TRUE(Sync(SyncEvent({{"crm", "abc"}}), MakeConfig("")));
     EXPECT_TRUE(Sync(nothing_new, MakeConfig(ORG)));
-    EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
-              (Lines{"Ignoring ID Sync due to privacy status opt out!",
-                     "Ignoring ID sync because nothing new to sync after the last sync."}));
+    EXPECT_EQ(
+        IdentityLines(capture, LoggingMode::DEBUG_LOG),
+        (Lines{"Ignoring ID Sync due to privacy status opt out.", "Ignoring ID Sync due to privacy status opt out!",
+               "Ignoring ID sync because nothing new to sync after the last sync."}));
     EXPECT_EQ(harness.IdentityState(nothing_new), nullptr);
     InQueue([](Identity& identity) { EXPECT_TRUE(identity.customer_ids.empty()); });
 }
@@ -200,16 +201,14 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
 TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMissingServicesGiveNone) {
     const uint8_t bytes[][16] = {// 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
                                  {1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
-                                 // The lowest value has no absolute value and keeps its sign: 39 characters.
-                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A},
-                                 {0, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
+                                 // The lowest value has no absolute value and keeps its sign: 40 characters.
+                                 {0x80, 0, 0, 0, 0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0, 0, 0}};
     const struct {
         std::shared_ptr<CryptoServiceInterface> crypto;
         std::string mid;
         Lines warnings;
     } cases[] = {{std::make_shared<FakeCryptoService>(bytes[0]), "00726238597903828560072623859790382856", {}},
-                 {std::make_shared<FakeCryptoService>(bytes[1]), "-92233720368547758080000000000000000042", {}},
-                 {std::make_shared<FakeCryptoService>(bytes[2]), "0000000000000000000-9223372036854775808", {}},
+                 {std::make_shared<FakeCryptoService>(bytes[1]), "-9223372036854775808-9223372036854775808", {}},
                  {nullptr, "", {"Unable to generate mid. Crypto services is null."}},
                  {std::make_shared<FakeCryptoService>(), "", {"Unable to generate mid. UUID Interface is null."}}};
     for (const auto& c : cases) {

