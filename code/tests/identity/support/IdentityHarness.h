@@ -9,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "identity/module/Identity.h"
@@ -183,15 +182,14 @@ public:
         RunInIdentityQueue([] {});
     }
 
-    /// Orderly stop of the hub (idempotent).
+    /// Orderly stop of the hub (idempotent, as the hub's own).
     void Shutdown() {
-        if (hub && !std::exchange(shut_down_, true)) hub->Shutdown();
+        if (hub) hub->Shutdown();
     }
 
 private:
     std::unique_ptr<TempDir> owned_dir_;
     std::string data_dir_;
-    bool shut_down_{false};
 
 public:
     std::shared_ptr<VelmoraMobile::PlatformServices> services;
