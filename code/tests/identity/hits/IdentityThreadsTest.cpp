@@ -22,10 +22,9 @@ using VelmoraTestServer::TestIdentityServer;
 namespace {
 
 const std::string ORG = "ORG@VelmoraOrg";
-const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
 
 bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
-    return event->GetName() == UPDATED && event->GetResponsePairID() == pair_id;
+    return event->GetName() == "UPDATED_IDENTITY_RESPONSE" && event->GetResponsePairID() == pair_id;
 }
 
 void ConfigureAndBoot(IdentityHarness& harness, const TestIdentityServer& server) {

@@ -81,10 +81,6 @@ TEST(IdentityPersistenceTest, StateSurvivesANewHubEmptyFieldsRemoveTheirKeysWron
     store->SetBoolean("VELMORAMOBILE_VISITORID_SYNC", true);
     fourth.RegisterIdentity();
     EXPECT_EQ(Fields(fourth), "|||||||600|0");
-    // A push digest of the wrong type reads as none, so a token is taken as new.
-    store->SetLong(KEY_PUSH_DIGEST, 5);
-    UpdatePush(fourth, "token");
-    EXPECT_EQ(Fields(fourth), "|||||token||600|0");
 }
 
 TEST(IdentityPersistenceTest, WithoutStorageTheModuleRunsOnDefaultsLogsEachAttemptAndReportsNoPush) {

@@ -67,8 +67,7 @@ public:
 
     /// `data_dir` empty: a fresh temporary folder owned by the harness.
     explicit IdentityHarness(const std::string& data_dir = "")
-        : owned_dir_(data_dir.empty() ? std::make_unique<TempDir>() : nullptr),
-          data_dir_(owned_dir_ ? owned_dir_->Path() : data_dir),
+        : data_dir_(data_dir.empty() ? owned_dir_.Path() : data_dir),
           services(std::make_shared<VelmoraMobile::PlatformServices>(data_dir_)),
           hub(std::make_shared<VelmoraMobile::EventHub>(services)),
           recorder(hub->RegisterModule<EventRecorder>()) {
@@ -188,7 +187,7 @@ public:
     }
 
 private:
-    std::unique_ptr<TempDir> owned_dir_;
+    TempDir owned_dir_;  // unused when the caller names a folder
     std::string data_dir_;
 
 public:
