@@ -28,15 +28,12 @@ void UpdatePush(IdentityHarness& harness, const std::string& token) {
     harness.RunInIdentityQueue([&] { harness.identity->UpdatePushIdentifier(token); });
 }
 
-// Action and context of every push hit so far.
+// The data of every push hit so far.
 std::string PushHits(IdentityHarness& harness) {
     VelmoraTest::Settle(harness);
     std::string hits;
     for (const auto& event : harness.Events(EventType::ANALYTICS, EventSource::REQUEST_CONTENT)) {
-        std::map<std::string, std::string> context;
-        event->GetData()->GetStringMap("contextdata", context);
-        hits += event->GetData()->OptString("action", "");
-        for (const auto& [key, value] : context) hits += " " + key + "=" + value + ";";
+        hits += StringUtils::ToString(*event->GetData());
     }
     return hits;
 }
@@ -136,5 +133,8 @@ TEST(IdentityPersistenceTest, PushTokenChangesStoreTheDigestAndReportFlagChanges
     EXPECT_FALSE(store->GetBoolean(KEY_FLAG, true));
     UpdatePush(harness, "");
     EXPECT_EQ(capture.Count(MATCH_LINE), 2u);
-    EXPECT_EQ(PushHits(harness), "Push a.push.optin=True;Push a.push.optin=True;Push a.push.optin=False;");
+    auto hit = [](const std::string& optin) {
+        return "{action: \"Push\", contextdata: {a.push.optin: \"" + optin + "\"}, trackinternal: true}";
+    };
+    EXPECT_EQ(PushHits(harness), hit("True") + hit("True") + hit("False"));
 }
