@@ -1,5 +1,3 @@
-
-
 #include "identity/hits/IdentityObject.h"
 #include "identity/module/IdentityConstants.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"

@@ -1,5 +1,3 @@
-
-
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
