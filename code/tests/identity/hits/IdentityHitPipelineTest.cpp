@@ -1,11 +1,8 @@
 #include "identity/hits/IdentityHitDatabase.h"
-#include "identity/hits/IdentityHitQueue.h"
-#include "identity/hits/IdentityObject.h"
 #include "runtime/values/SdkError.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;

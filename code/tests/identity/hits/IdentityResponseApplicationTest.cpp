@@ -3,7 +3,6 @@
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;

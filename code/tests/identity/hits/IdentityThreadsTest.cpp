@@ -5,7 +5,6 @@
 #include <set>
 #include <thread>
 
-#include "identity/hits/IdentityDatabaseHit.h"
 #include "identity/hits/IdentityHitProcessor.h"
 #include "runtime/hitqueue/HitQueueBase.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"

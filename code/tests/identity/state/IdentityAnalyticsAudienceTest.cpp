@@ -1,4 +1,3 @@
-#include <deque>
 #include <optional>
 
 #include "tests/identity/state/IdentityStateTestSupport.h"
