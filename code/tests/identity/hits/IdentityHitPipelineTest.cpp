@@ -29,7 +29,6 @@ using Strings = std::vector<std::string>;
 class RecordingIdentity : public Identity {
 public:
     void OnRegistered() override {}
-    void OnUnregistered() override {}
     void NetworkResponseLoaded(const std::shared_ptr<IdentityObject>& object, const std::string& pair_id,
                                int32_t) override {
         std::lock_guard<std::mutex> lock(mutex_);
