@@ -1,16 +1,10 @@
 // The module on a data folder whose two files are of another shape: it starts, one error line
 // names each problem, and what could be read of the old files is used.
 
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <string>
-#include <vector>
-
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/identity/support/IdentityHarness.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempDir.h"
 #include "tools/server/TestIdentityServer.h"
 
 using namespace VelmoraMobile;

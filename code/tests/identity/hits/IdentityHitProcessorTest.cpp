@@ -1,18 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "identity/hits/IdentityDatabaseHit.h"
 #include "identity/hits/IdentityHitProcessor.h"
-#include "identity/hits/IdentityObject.h"
 #include "identity/module/Identity.h"
-#include "runtime/services/NetworkServiceInterface.h"
 #include "runtime/services/PlatformServices.h"
-#include "runtime/values/Object.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TempDir.h"

@@ -1,15 +1,4 @@
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "identity/hits/IdentityDatabaseHitSchema.h"
 #include "identity/hits/IdentityHitDatabase.h"
-#include "identity/hits/IdentityHitProcessor.h"
-#include "identity/hits/IdentityHitQueue.h"
 #include "identity/module/Identity.h"
 #include "runtime/services/PlatformServices.h"
 #include "tests/identity/support/HitRows.h"

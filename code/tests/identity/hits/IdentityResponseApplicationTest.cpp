@@ -1,11 +1,8 @@
-
-
 #include "identity/hits/IdentityObject.h"
 #include "identity/module/IdentityConstants.h"
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-#include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
 using VelmoraTest::CountIdentityLines;
@@ -24,21 +21,22 @@ std::shared_ptr<IdentityObject> Answer(const std::string& mid, const std::string
     return answer;
 }
 
-/// A registered module, never booted, so no sync of its own interferes, with a known state.
-class IdentityResponseApplicationTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        identity = harness.RegisterIdentity();
-        harness.RunInIdentityQueue([&] {
-            identity->mid = "device-mid";
-            identity->blob = "old-blob";
-            identity->location_hint = "3";
-            identity->ttl = std::chrono::seconds(100);
-        });
-    }
+}  // namespace
 
-    /// Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
-    Strings Apply(const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
+// A registered module, never booted, so no sync of its own interferes, with a known state.
+TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheStateEveryAnswerIsAnsweredTwice) {
+    VelmoraTest::IdentityHarness harness;
+    auto identity = harness.RegisterIdentity();
+    harness.RunInIdentityQueue([&] {
+        identity->mid = "device-mid";
+        identity->blob = "old-blob";
+        identity->location_hint = "3";
+        identity->ttl = std::chrono::seconds(100);
+    });
+    auto store = VelmoraTest::Store(harness);
+    std::shared_ptr<Event> last;  // the newest UPDATED event
+    // Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
+    auto apply = [&](const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
         const size_t before = harness.Events().size();
         harness.RunInIdentityQueue([&] { identity->NetworkResponseLoaded(answer, pair_id, 17); });
         VelmoraTest::Settle(harness);
@@ -50,29 +48,36 @@ protected:
             last = events[i];
         }
         return pair_ids;
-    }
-
-    VelmoraTest::IdentityHarness harness;
-    std::shared_ptr<Identity> identity;
-    std::shared_ptr<DataStoreInterface> store = VelmoraTest::Store(harness);
-    std::shared_ptr<Event> last;  // the newest UPDATED event
-};
-
-}  // namespace
-
-TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNeverTheDeviceMidAndRenewsTheRecord) {
+    };
     VelmoraTest::LogCapture log;
-    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), ""), Strings{""});
-    EXPECT_EQ(Fields(harness), "device-mid|||7|new-blob|||1800|0");
+    EXPECT_EQ(apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
+    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");
+    EXPECT_EQ(apply(Answer("", "blob-without-mid"), "pair-2"), (Strings{"", "pair-2"}));
+    EXPECT_EQ(apply(Answer("server-mid", "blob-with-error", "server trouble"), ""), Strings{""});
+    EXPECT_EQ(Fields(harness), "device-mid|||3|old-blob|||100|0");
+    EXPECT_FALSE(log.ContainsFragment("ID Service - Got ID Response"));
+
+    // An error while the device has no MID yet makes one, and only that.
+    harness.RunInIdentityQueue([&] { identity->mid.clear(); });
+    apply(Answer("server-mid", "blob-with-error", "server trouble"), "pair-3");
+    const std::string mid = store->GetString("VELMORAMOBILE_PERSISTED_MID", "");
+    EXPECT_EQ(mid.size(), 38u);
+    EXPECT_EQ(Fields(harness), mid + "|||3|old-blob|||100|0");
+    EXPECT_EQ(last->GetData()->OptString("mid", ""), mid);
+
+    // An answer with a MID takes blob, hint and ttl, never the server's MID.
+    EXPECT_EQ(apply(Answer("server-mid", "new-blob"), ""), Strings{""});
+    EXPECT_EQ(Fields(harness), mid + "|||7|new-blob|||1800|0");
     EXPECT_EQ(last->GetData()->OptString("blob", ""), "new-blob");
     EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG,
-                                 "ID Service - Got ID Response (mid: device-mid, blob: new-blob, hint: 7, ttl: 1800)"),
+                                 "ID Service - Got ID Response (mid: " + mid + ", blob: new-blob, hint: 7, ttl: 1800)"),
               1u);
     EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "new-blob");
 
     // Missing blob and hint clear what the device had.
-    Apply(Answer("server-mid", ""), "");
-    EXPECT_EQ(Fields(harness), "device-mid|||||||600|0");
+    apply(Answer("server-mid", ""), "");
+    EXPECT_EQ(Fields(harness), mid + "|||||||600|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 
     // An opt-out list asks for the opt-out and still takes the rest of the answer.
@@ -91,10 +96,9 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
     });
     ASSERT_NE(update, nullptr);
     EXPECT_EQ(update->GetName(), "Configuration Update From Identity Module");
-    Variant::VariantMap values;
-    ASSERT_TRUE(update->GetData()->GetVariantMap("config.update", values));
-    EXPECT_EQ(values.size(), 1u);
-    EXPECT_EQ(StringUtils::ToString(*values.at("global.privacy")), "\"optedout\"");
+    std::shared_ptr<Variant> values;
+    ASSERT_TRUE(update->GetData()->GetVariant("config.update", values));
+    EXPECT_EQ(StringUtils::ToString(*values), "{global.privacy: \"optedout\"}");
 
     // The record handed out is reused until a field changes: each field alone must renew it.
     namespace Keys = IdentityConstants::EventDataKeys::Identity;
@@ -114,33 +118,12 @@ TEST_F(IdentityResponseApplicationTest, AnAnswerWithAMidTakesBlobHintAndTtlButNe
         identity->last_sync = std::chrono::seconds(4242);
         EXPECT_EQ(identity->PackageEventData()->OptLong(Keys::VISITOR_IDS_LAST_SYNC, 0), 4242);
     });
-}
-
-TEST_F(IdentityResponseApplicationTest, NoAnswerNoMidAnErrorOrAnOptOutKeepTheStateButAnswerTwice) {
-    VelmoraTest::LogCapture log;
-    EXPECT_EQ(Apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
-    EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
-    EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");
-    // Saved all the same.
-    EXPECT_EQ(store->GetString("VELMORAMOBILE_PERSISTED_MID_BLOB", ""), "old-blob");
-
-    EXPECT_EQ(Apply(Answer("", "blob-without-mid"), "pair-2"), (Strings{"", "pair-2"}));
-    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), ""), Strings{""});
-    EXPECT_EQ(Fields(harness), "device-mid|||3|old-blob|||100|0");
-    EXPECT_FALSE(log.ContainsFragment("ID Service - Got ID Response"));
-
-    // An error while the device has no MID yet makes one, and only that.
-    harness.RunInIdentityQueue([&] { identity->mid.clear(); });
-    EXPECT_EQ(Apply(Answer("server-mid", "blob-with-error", "server trouble"), "pair-3"), (Strings{"", "pair-3"}));
-    const std::string mid = store->GetString("VELMORAMOBILE_PERSISTED_MID", "");
-    EXPECT_EQ(mid.size(), 38u);
-    EXPECT_EQ(Fields(harness), mid + "|||3|old-blob|||100|0");
-    EXPECT_EQ(last->GetData()->OptString("mid", ""), mid);
 
     // An opted-out module keeps and saves nothing, yet still answers.
+    const std::string kept = Fields(harness);
     harness.RunInIdentityQueue([&] { identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
     store->Remove("VELMORAMOBILE_PERSISTED_MID_BLOB");
-    EXPECT_EQ(Apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
-    EXPECT_EQ(Fields(harness), mid + "|||3|old-blob|||100|0");
+    EXPECT_EQ(apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
+    EXPECT_EQ(Fields(harness), kept);
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_PERSISTED_MID_BLOB"));
 }

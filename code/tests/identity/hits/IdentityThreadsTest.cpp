@@ -5,7 +5,6 @@
 #include <set>
 #include <thread>
 
-#include "identity/hits/IdentityDatabaseHit.h"
 #include "identity/hits/IdentityHitProcessor.h"
 #include "runtime/hitqueue/HitQueueBase.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
@@ -22,10 +21,9 @@ using VelmoraTestServer::TestIdentityServer;
 namespace {
 
 const std::string ORG = "ORG@VelmoraOrg";
-const std::string UPDATED = "UPDATED_IDENTITY_RESPONSE";
 
 bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) {
-    return event->GetName() == UPDATED && event->GetResponsePairID() == pair_id;
+    return event->GetName() == "UPDATED_IDENTITY_RESPONSE" && event->GetResponsePairID() == pair_id;
 }
 
 void ConfigureAndBoot(IdentityHarness& harness, const TestIdentityServer& server) {

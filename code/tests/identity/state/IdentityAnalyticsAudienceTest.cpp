@@ -1,4 +1,3 @@
-#include <deque>
 #include <optional>
 
 #include "tests/identity/state/IdentityStateTestSupport.h"
@@ -98,10 +97,6 @@ TEST(AnalyticsIdSyncTest, OnlyTheFirstIdEverIsQueuedBehindWaitingEventsUnforcedA
     const auto& avid = events.back();
     EXPECT_EQ(avid->GetName(), "AVID Sync");
     EXPECT_EQ(avid->GetEventNumber(), response->GetEventNumber());
-    std::map<std::string, std::string> ids;
-    ASSERT_TRUE(avid->GetData()->GetStringMap("visitoridentifiers", ids));
-    EXPECT_EQ(ids, (std::map<std::string, std::string>{{"AVID", "AID-1"}}));
-    EXPECT_EQ(avid->GetData()->OptInteger("authenticationstate", -1), 0);
-    EXPECT_FALSE(avid->GetData()->OptBoolean("forcesync", true));
-    EXPECT_TRUE(avid->GetData()->OptBoolean("issyncevent", false));
+    EXPECT_EQ(StringUtils::ToString(*avid->GetData()),
+              "{authenticationstate: 0, forcesync: false, issyncevent: true, visitoridentifiers: {AVID: \"AID-1\"}}");
 }

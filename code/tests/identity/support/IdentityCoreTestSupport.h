@@ -78,13 +78,4 @@ inline void Settle(IdentityHarness& harness) {
     harness.Drain();
 }
 
-/// Sorted keys of an event's data.
-inline std::vector<std::string> KeysOf(const std::shared_ptr<VelmoraMobile::EventData>& data) {
-    std::vector<std::string> keys;
-    if (data) {
-        for (const auto& entry : data->GetEntries()) keys.push_back(entry.first);
-    }
-    return keys;
-}
-
 }  // namespace VelmoraTest

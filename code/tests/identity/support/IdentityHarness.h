@@ -9,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "identity/module/Identity.h"
@@ -68,8 +67,7 @@ public:
 
     /// `data_dir` empty: a fresh temporary folder owned by the harness.
     explicit IdentityHarness(const std::string& data_dir = "")
-        : owned_dir_(data_dir.empty() ? std::make_unique<TempDir>() : nullptr),
-          data_dir_(owned_dir_ ? owned_dir_->Path() : data_dir),
+        : data_dir_(data_dir.empty() ? owned_dir_.Path() : data_dir),
           services(std::make_shared<VelmoraMobile::PlatformServices>(data_dir_)),
           hub(std::make_shared<VelmoraMobile::EventHub>(services)),
           recorder(hub->RegisterModule<EventRecorder>()) {
@@ -183,15 +181,14 @@ public:
         RunInIdentityQueue([] {});
     }
 
-    /// Orderly stop of the hub (idempotent).
+    /// Orderly stop of the hub (idempotent, as the hub's own).
     void Shutdown() {
-        if (hub && !std::exchange(shut_down_, true)) hub->Shutdown();
+        if (hub) hub->Shutdown();
     }
 
 private:
-    std::unique_ptr<TempDir> owned_dir_;
+    TempDir owned_dir_;  // unused when the caller names a folder
     std::string data_dir_;
-    bool shut_down_{false};
 
 public:
     std::shared_ptr<VelmoraMobile::PlatformServices> services;
