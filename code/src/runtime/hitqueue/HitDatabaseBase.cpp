@@ -172,9 +172,7 @@ bool HitDatabaseBase::EnsureTableLocked(const SqliteTableSchema& schema) {
         case SqliteTableShape::Verdict::UNREADABLE:
             // A schema that cannot be parsed is damage like any other.
             if (SqliteTableRepair::IsCorruption(sqlite3_errcode(database_)) && !in_memory_) {
-                corrupt_reason_ = finding.detail;
-                MoveAsideLocked();
-                return !corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(schema);
+                return ReplaceDamagedFileLocked(schema, finding.detail);
             }
             failure_ = "cannot read its schema: " + finding.detail;
             return false;
@@ -198,11 +196,9 @@ bool HitDatabaseBase::RepairDamageLocked(const SqliteTableSchema& schema, int re
     if (database_ == nullptr || in_memory_ || !SqliteTableRepair::IsCorruption(result_code)) {
         return false;
     }
-    corrupt_reason_ = sqlite3_errstr(result_code);
     write_failures_ = 0;
     unreadable_rows_.clear();
-    MoveAsideLocked();
-    if (!corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(schema)) {
+    if (ReplaceDamagedFileLocked(schema, sqlite3_errstr(result_code))) {
         return true;
     }
     corrupt_aside_.clear();
@@ -512,6 +508,12 @@ void HitDatabaseBase::CloseLocked() {
         sqlite3_close_v2(database_);
         database_ = nullptr;
     }
+}
+
+bool HitDatabaseBase::ReplaceDamagedFileLocked(const SqliteTableSchema& schema, const std::string& reason) {
+    corrupt_reason_ = reason;
+    MoveAsideLocked();
+    return !corrupt_aside_.empty() && OpenFileLocked() == OpenResult::OK && EnsureTableLocked(schema);
 }
 
 void HitDatabaseBase::MoveAsideLocked() {

@@ -125,6 +125,9 @@ private:
     bool OpenMemoryLocked();
     void CloseLocked();
     void MoveAsideLocked();
+    /// Moves the damaged file aside and opens a fresh one with the table and the rows that can be
+    /// read (EnsureTableLocked logs the one line); false when any step fails.
+    bool ReplaceDamagedFileLocked(const SqliteTableSchema& schema, const std::string& reason);
     bool CreateTableLocked(const SqliteTableSchema& schema);
     /// Moves the file with its table of the wrong shape aside and makes a new one.
     bool RebuildLocked(const SqliteTableSchema& schema, const std::string& difference);
