@@ -1,9 +1,10 @@
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "identity/module/Identity.h"
 #include "identity/module/IdentityConstants.h"
 #include "runtime/values/Log.h"
-#include "runtime/values/StringUtils.h"
 #include "runtime/values/TryCatch.h"
 
 namespace VelmoraMobile {
@@ -37,35 +38,48 @@ std::vector<std::shared_ptr<VisitorId>> Identity::ConvertVisitorIDsStringToVisit
     if (text.empty()) {
         return ids;
     }
+    // Read in place: a start reads every stored id, and copies of each part and field cost
+    // several allocations per id. Only the bad entries' log lines make strings.
     const char* tag = LOG_PREFIX.c_str();
-    for (const std::string& part : StringUtils::Split(text, "&")) {
+    const std::string_view delimiter = IdentityConstants::Default::CID_DELIMITER;
+    const std::string_view all = text;
+    size_t start = 0;
+    while (start <= all.size()) {
+        const size_t end = std::min(all.find('&', start), all.size());
+        const std::string_view part = all.substr(start, end - start);
+        start = end + 1;
         if (part.empty()) {
-            Log::Debug(tag, "ID Service - Unable to load Customer ID from empty string: %@", part);
+            Log::Debug(tag, "ID Service - Unable to load Customer ID from empty string: %@", std::string());
             continue;
         }
-        size_t equals = part.find('=');
-        if (equals == std::string::npos) {
-            Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults: %@", part);
+        const size_t equals = part.find('=');
+        if (equals == std::string_view::npos) {
+            Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults: %@", std::string(part));
             continue;
         }
-        std::string name = part.substr(0, equals);
-        std::string value = part.substr(equals + 1);
+        const std::string_view name = part.substr(0, equals);
+        const std::string_view value = part.substr(equals + 1);
         if (name.empty() || value.empty()) {
             Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults, name or value was undefined: %@",
-                       part);
+                       std::string(part));
             continue;
         }
-        std::vector<std::string> fields = StringUtils::Split(value, IdentityConstants::Default::CID_DELIMITER);
-        if (fields.size() != 3) {
-            Log::Debug(tag, "ID Service - Identifier has malformed value: %@", value);
+        const size_t first = value.find(delimiter);
+        const size_t second = first == std::string_view::npos ? first : value.find(delimiter, first + delimiter.size());
+        if (second == std::string_view::npos || value.find(delimiter, second + delimiter.size()) != value.npos) {
+            Log::Debug(tag, "ID Service - Identifier has malformed value: %@", std::string(value));
             continue;
         }
+        const std::string_view type = value.substr(0, first);
+        const std::string_view id = value.substr(first + delimiter.size(), second - first - delimiter.size());
+        const std::string state_text(value.substr(second + delimiter.size()));
         // A hand-damaged entry (non-numeric state, id type that cleans to nothing) costs
         // that entry only.
         TryCatch(
             [&] {
-                auto state = IntegerToVisitorIdAuthenticationState(std::stoi(fields[2], nullptr, 10));
-                ids.push_back(std::make_shared<VisitorId>(name, fields[0], fields[1], state));
+                auto state = IntegerToVisitorIdAuthenticationState(std::stoi(state_text, nullptr, 10));
+                ids.push_back(
+                    std::make_shared<VisitorId>(std::string(name), std::string(type), std::string(id), state));
             },
             [&](SdkError& error) { Log::Debug(tag, "Unable to create VisitorID object (%s)", error.GetMessage()); });
     }

@@ -7,7 +7,7 @@
 
 namespace VelmoraMobile {
 
-VisitorId::VisitorId(const std::string& id_origin, const std::string& id_type, const std::string& id,
+VisitorId::VisitorId(std::string id_origin, const std::string& id_type, std::string id,
                      VisitorIdAuthenticationState authentication_state) {
     std::string cleaned = ContextData::CleanKey(id_type);
     if (cleaned.empty()) {
@@ -16,9 +16,9 @@ VisitorId::VisitorId(const std::string& id_origin, const std::string& id_type, c
             "std.logic_error.invalid_argument", "Failed to initialize VisitorId object, id type is empty",
             DebugInfo("code/src/identity/VisitorId", __LINE__, GetCurrentDebugInfoPrivate::GetCurrentStackTrace()));
     }
-    this->id_origin = id_origin;
+    this->id_origin = std::move(id_origin);
     this->id_type = std::move(cleaned);
-    this->id = id;
+    this->id = std::move(id);
     this->authentication_state = authentication_state;
 }
 

@@ -16,7 +16,7 @@ public:
     /// Cleans `id_type` with ContextData::CleanKey; the other arguments are kept as given,
     /// an empty id or origin and an out-of-range state included.
     /// Throws SdkError "std.logic_error.invalid_argument" when the cleaned type is empty.
-    VisitorId(const std::string& id_origin, const std::string& id_type, const std::string& id,
+    VisitorId(std::string id_origin, const std::string& id_type, std::string id,
               VisitorIdAuthenticationState authentication_state);
 
     /// Same entry: equal (case-sensitive) id_type; value, origin and state are ignored.
