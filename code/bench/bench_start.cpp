@@ -214,6 +214,7 @@ void Report() {
     Figures::Show("the same in memory-backed folders", "cold/shm/cpu", "ms", "");
     Figures::Show("heap allocations (operator new, all threads) over that start", "cold/allocations", "", "");
     Figures::Compare("start-up with 10,000 queued rows, against none", "queued", "queued/none", "ms", "<= 2x");
+    Figures::Show("the floor: the same start with no ids and no rows", "queued/none", "ms", "");
     Figures::Compare("syncs to disk before that first answer, 10,000 queued rows against none", "queued/syncs",
                      "queued/none/syncs", "per start", "");
     Figures::Show("resident memory added by an idle started core", "rss/core", "MiB", "");
