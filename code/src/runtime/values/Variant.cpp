@@ -17,63 +17,63 @@ std::shared_ptr<Variant> Variant::FromNull() {
 std::shared_ptr<Variant> Variant::FromString(const std::string& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::STRING;
-    v->string_ = value;
+    v->value_ = value;
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromInteger(int32_t value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::INTEGER;
-    v->number_ = value;
+    v->value_ = static_cast<int64_t>(value);
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromLong(int64_t value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::LONG;
-    v->number_ = value;
+    v->value_ = static_cast<int64_t>(value);
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromBoolean(bool value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::BOOLEAN;
-    v->number_ = value ? 1 : 0;
+    v->value_ = int64_t{value ? 1 : 0};
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromDouble(double value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::DOUBLE;
-    v->double_ = value;
+    v->value_ = value;
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromVariantVector(const VariantVector& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::VECTOR;
-    v->vector_ = value;
+    v->value_ = value;
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromVariantVector(VariantVector&& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::VECTOR;
-    v->vector_ = std::move(value);
+    v->value_ = std::move(value);
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromVariantMap(const VariantMap& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::MAP;
-    v->map_ = value;
+    v->value_ = value;
     return v;
 }
 
 std::shared_ptr<Variant> Variant::FromVariantMap(VariantMap&& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::MAP;
-    v->map_ = std::move(value);
+    v->value_ = std::move(value);
     return v;
 }
 
@@ -91,50 +91,50 @@ VariantKind Variant::GetKind() const {
 
 bool Variant::GetString(std::string& out) const {
     if (kind_ != VariantKind::STRING) return false;
-    out = string_;
+    out = std::get<std::string>(value_);
     return true;
 }
 
 bool Variant::GetInteger(int32_t& out) const {
     if (kind_ != VariantKind::INTEGER) return false;
-    out = static_cast<int32_t>(number_);
+    out = static_cast<int32_t>(std::get<int64_t>(value_));
     return true;
 }
 
 bool Variant::GetLong(int64_t& out) const {
     if (kind_ != VariantKind::LONG) return false;
-    out = number_;
+    out = std::get<int64_t>(value_);
     return true;
 }
 
 bool Variant::GetBoolean(bool& out) const {
     if (kind_ != VariantKind::BOOLEAN) return false;
-    out = number_ != 0;
+    out = std::get<int64_t>(value_) != 0;
     return true;
 }
 
 bool Variant::GetDouble(double& out) const {
     if (kind_ != VariantKind::DOUBLE) return false;
-    out = double_;
+    out = std::get<double>(value_);
     return true;
 }
 
 bool Variant::GetVariantVector(VariantVector& out) const {
     if (kind_ != VariantKind::VECTOR) return false;
-    out = vector_;
+    out = std::get<VariantVector>(value_);
     return true;
 }
 
 bool Variant::GetVariantMap(VariantMap& out) const {
     if (kind_ != VariantKind::MAP) return false;
-    out = map_;
+    out = std::get<VariantMap>(value_);
     return true;
 }
 
 bool Variant::GetStringMap(std::map<std::string, std::string>& out) const {
     if (kind_ != VariantKind::MAP) return false;
     std::map<std::string, std::string> result;
-    for (const auto& entry : map_) {
+    for (const auto& entry : std::get<VariantMap>(value_)) {
         if (!entry.second || !entry.second->GetString(result[entry.first])) {
             return false;
         }
@@ -147,13 +147,13 @@ std::string Variant::ToStringImpl(const ToStringOptions& options) const {
     std::ostringstream out;
     switch (kind_) {
         case VariantKind::NULL_KIND: out << "null"; break;
-        case VariantKind::STRING: out << StringUtils::Quotify(string_); break;
+        case VariantKind::STRING: out << StringUtils::Quotify(std::get<std::string>(value_)); break;
         case VariantKind::INTEGER:
-        case VariantKind::LONG: out << number_; break;
-        case VariantKind::BOOLEAN: out << (number_ ? "true" : "false"); break;
-        case VariantKind::DOUBLE: out << double_; break;
-        case VariantKind::VECTOR: StringUtils::ToString(out, vector_, options); break;
-        case VariantKind::MAP: StringUtils::ToString(out, map_, options); break;
+        case VariantKind::LONG: out << std::get<int64_t>(value_); break;
+        case VariantKind::BOOLEAN: out << (std::get<int64_t>(value_) ? "true" : "false"); break;
+        case VariantKind::DOUBLE: out << std::get<double>(value_); break;
+        case VariantKind::VECTOR: StringUtils::ToString(out, std::get<VariantVector>(value_), options); break;
+        case VariantKind::MAP: StringUtils::ToString(out, std::get<VariantMap>(value_), options); break;
     }
     return out.str();
 }
