@@ -10,18 +10,6 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-void Sql(const std::string& path, const std::string& sql, Strings* column = nullptr) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    sqlite3_busy_timeout(db, 5000);
-    auto collect = [](void* out, int count, char** values, char**) {
-        if (out && count > 2) static_cast<Strings*>(out)->push_back(std::string(values[1]) + " " + values[2]);
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, column, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    sqlite3_close(db);
-}
-
 /// Counts the rows it still sees when it is suspended.
 class SuspendProbeQueue : public IdentityHitQueue {
 public:
@@ -56,13 +44,15 @@ TEST(IdentityHitTableTest, ColumnsKeepTheirTypesNonZeroSslReadsAsTrueAndPrivacyS
     hit->config_ssl = true;
     ASSERT_TRUE(queue->Queue(hit));
     Strings columns;
-    Sql(queue->file, "PRAGMA table_info(IDENTITY_REQUESTS)", &columns);
+    for (const auto& column : VelmoraTest::Sql(queue->file, "PRAGMA table_info(IDENTITY_REQUESTS)")) {
+        columns.push_back(column[1] + " " + column[2]);
+    }
     EXPECT_EQ(columns, (Strings{"ID INTEGER", "URL TEXT", "TIMESTAMP INTEGER", "PAIR_ID TEXT", "EVENT_NUMBER INTEGER",
                                 "SSL INTEGER"}));
     EXPECT_EQ(VelmoraTest::ReadHitRows(queue->file),
               (std::vector<VelmoraTest::HitRow>{{hit->url, "pair", "4", "1", "1700000000"}}));
     for (const auto& [stored, read] : std::vector<std::pair<int, bool>>{{7, true}, {0, false}, {-1, true}}) {
-        Sql(queue->file, "UPDATE IDENTITY_REQUESTS SET SSL = " + std::to_string(stored));
+        VelmoraTest::Sql(queue->file, "UPDATE IDENTITY_REQUESTS SET SSL = " + std::to_string(stored));
         auto oldest = queue->SelectOldestHit();
         ASSERT_NE(oldest, nullptr);
         EXPECT_EQ(oldest->config_ssl, read) << stored;
