@@ -5,13 +5,9 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-using VelmoraTest::Sql;
-using VelmoraTest::TempDir;
-using VelmoraTestServer::TestIdentityServer;
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 namespace {
 
@@ -38,8 +34,7 @@ TEST(DamagedFilesTest, TheModuleStartsNamesEachProblemOnceSendsTheCarriedRowAndK
     LogCapture log;
     IdentityHarness harness(dir.Path());
     harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", "ORG@VelmoraOrg"}, {"global.privacy", "optedin"}});
+    ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", "ORG@VelmoraOrg"}, {"global.privacy", "optedin"}});
     harness.Boot();
     // The boot's forced sync and the carried-over hit.
     ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));

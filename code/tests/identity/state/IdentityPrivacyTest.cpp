@@ -3,28 +3,22 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-using VelmoraTest::WaitFor;
-
-using VelmoraTest::STATE_MID;
-using VelmoraTest::STATE_ORG;
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 // A booted module holding a full identity, an analytics-sync mark and a push token; the unknown
 // status holds the boot's sync in the hit table, unsent.
 TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesOnceAndDropsTheQueuedHits) {
-    VelmoraTestServer::TestIdentityServer server;
+    TestIdentityServer server;
     IdentityHarness harness;
     harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
-    VelmoraTest::FillIdentity(harness);
-    auto store = VelmoraTest::Store(harness);
+    ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
+    FillIdentity(harness);
+    auto store = Store(harness);
     store->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
     harness.Boot();
-    auto queued = [&] { return VelmoraTest::ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite").size(); };
+    auto queued = [&] { return ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite").size(); };
     ASSERT_TRUE(WaitFor([&] { return queued() == 1u; }));
     LogCapture capture(LoggingMode::DEBUG_LOG);
     // HandleOptOut sends only when the configuration at its event says opted out.
@@ -42,7 +36,7 @@ TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesOnceAndDropsThe
     EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() +
                                  "/veloptout.jpg?d_mid=" + STATE_MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
     // Saved wiped (waited for above) and published; the analytics mark and the push flag go too.
-    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
+    EXPECT_EQ(Fields(harness), "|||||||600|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
     EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
     ASSERT_NE(harness.IdentityState(), nullptr);
@@ -52,7 +46,7 @@ TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesOnceAndDropsThe
     harness.RunInIdentityQueue([&] {
         harness.identity->mid = STATE_MID;
         harness.identity->ProcessPrivacyChange(1, nullptr);
-        harness.identity->ProcessPrivacyChange(2, VelmoraTest::MakeData({{"global.privacy", "optedout"}}));
+        harness.identity->ProcessPrivacyChange(2, MakeData({{"global.privacy", "optedout"}}));
         EXPECT_EQ(harness.identity->mid, STATE_MID);
     });
 }
