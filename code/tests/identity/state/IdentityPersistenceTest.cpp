@@ -34,7 +34,7 @@ std::string PushHits(IdentityHarness& harness) {
 
 }  // namespace
 
-TEST(IdentityPersistenceTest, StateSurvivesANewHubAndEmptyFieldsRemoveTheirKeys) {
+TEST(IdentityPersistenceTest, StateSurvivesANewHubEmptyFieldsRemoveTheirKeysWrongTypesLoadAsDefaults) {
     TempDir dir;
     {
         IdentityHarness first(dir.Path());
@@ -59,8 +59,10 @@ TEST(IdentityPersistenceTest, StateSurvivesANewHubAndEmptyFieldsRemoveTheirKeys)
         });
         for (const auto& key : TEXT_KEYS) EXPECT_FALSE(store->Contains(key)) << key;
     }
-    // A ttl of zero from the server stays zero; only an absent key gives 600.
+    // A ttl of zero from the server stays zero; only an absent key gives 600. A value of another
+    // type reads as absent.
     IdentityHarness third(dir.Path());
+    Store(third)->SetBoolean("VELMORAMOBILE_VISITORID_SYNC", true);
     third.RegisterIdentity();
     EXPECT_EQ(Fields(third), "|||||||0|0");
 }
