@@ -1,18 +1,13 @@
 // The module on a data folder whose two files are of another shape: it starts, one error line
 // names each problem, and what could be read of the old files is used.
 
-#include <sqlite3.h>
-
+#include "tests/identity/support/HitRows.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-using VelmoraTest::TempDir;
-using VelmoraTestServer::TestIdentityServer;
-using Strings = std::vector<std::string>;
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 namespace {
 
@@ -20,34 +15,26 @@ const std::string HITS = "VLBMobileIdentity.sqlite";
 const std::string STORES = "VelmoraDataStores.sqlite";
 const std::string STORED_MID = "12345678901234567890123456789012345678";
 
-void Sql(const std::string& path, const Strings& statements) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    for (const auto& sql : statements) {
-        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    }
-    sqlite3_close(db);
-}
-
 }  // namespace
 
 TEST(DamagedFilesTest, TheModuleStartsNamesEachProblemOnceSendsTheCarriedRowAndKeepsTheStoredMid) {
     TestIdentityServer server;
     TempDir dir;
     const std::string hits = dir.File(HITS), stores = dir.File(STORES);
-    Sql(hits, {"CREATE TABLE IDENTITY_REQUESTS (ID INTEGER PRIMARY KEY AUTOINCREMENT, URL TEXT, TIMESTAMP INTEGER, "
-               "PAIR_ID TEXT, EVENT_NUMBER INTEGER, SSL INTEGER, EXTRA TEXT NOT NULL DEFAULT '')",
-               "INSERT INTO IDENTITY_REQUESTS (URL, TIMESTAMP, PAIR_ID, EVENT_NUMBER, SSL) VALUES ('" +
-                   server.BaseUrl() + "/id?old=1', 1700000000, 'p', 1, 0)"});
-    Sql(stores, {"CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
-                 "PRIMARY KEY (store, key))",
-                 "INSERT INTO data_stores VALUES ('visitorIDServiceDataStore', 'VELMORAMOBILE_PERSISTED_MID', 1, '" +
-                     STORED_MID + "')"});
+    Sql(hits,
+        "CREATE TABLE IDENTITY_REQUESTS (ID INTEGER PRIMARY KEY AUTOINCREMENT, URL TEXT, TIMESTAMP INTEGER, "
+        "PAIR_ID TEXT, EVENT_NUMBER INTEGER, SSL INTEGER, EXTRA TEXT NOT NULL DEFAULT ''); "
+        "INSERT INTO IDENTITY_REQUESTS (URL, TIMESTAMP, PAIR_ID, EVENT_NUMBER, SSL) VALUES ('" +
+            server.BaseUrl() + "/id?old=1', 1700000000, 'p', 1, 0)");
+    Sql(stores,
+        "CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
+        "PRIMARY KEY (store, key)); "
+        "INSERT INTO data_stores VALUES ('visitorIDServiceDataStore', 'VELMORAMOBILE_PERSISTED_MID', 1, '" +
+            STORED_MID + "')");
     LogCapture log;
     IdentityHarness harness(dir.Path());
     harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", "ORG@VelmoraOrg"}, {"global.privacy", "optedin"}});
+    ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", "ORG@VelmoraOrg"}, {"global.privacy", "optedin"}});
     harness.Boot();
     // The boot's forced sync and the carried-over hit.
     ASSERT_TRUE(server.WaitForRequests(2, std::chrono::seconds(20)));

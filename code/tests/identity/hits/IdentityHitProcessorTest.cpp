@@ -6,9 +6,8 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TempDir.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::ScopedEnvironment;
+using namespace VelmoraTest;
 
 namespace {
 
@@ -37,8 +36,8 @@ TEST(IdentityHitProcessorTest, RequestNamesTheLanguageWithADashWaitsTwoSecondsEa
     ScopedEnvironment all("LC_ALL", std::nullopt);
     ScopedEnvironment messages("LC_MESSAGES", std::nullopt);
     ScopedEnvironment lang("LANG", "en_GB.UTF-8");
-    VelmoraTest::LogCapture log;
-    VelmoraTest::TempDir dir;
+    LogCapture log;
+    TempDir dir;
     auto services = std::make_shared<PlatformServices>(dir.Path());
     auto network = std::make_shared<RecordingNetwork>();
     IdentityHitProcessor processor{network, services->GetSystemInfoService(), services->GetJsonUtilityService(),

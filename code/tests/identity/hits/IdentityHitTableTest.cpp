@@ -4,30 +4,18 @@
 #include "tests/identity/support/HitRows.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-
 using namespace VelmoraMobile;
+using namespace VelmoraTest;
 using Strings = std::vector<std::string>;
 
 namespace {
-
-void Sql(const std::string& path, const std::string& sql, Strings* column = nullptr) {
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    sqlite3_busy_timeout(db, 5000);
-    auto collect = [](void* out, int count, char** values, char**) {
-        if (out && count > 2) static_cast<Strings*>(out)->push_back(std::string(values[1]) + " " + values[2]);
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, column, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    sqlite3_close(db);
-}
 
 /// Counts the rows it still sees when it is suspended.
 class SuspendProbeQueue : public IdentityHitQueue {
 public:
     using IdentityHitQueue::IdentityHitQueue;
     void Suspend() override {
-        rows_at_suspend = VelmoraTest::ReadHitRows(file).size();
+        rows_at_suspend = ReadHitRows(file).size();
         IdentityHitQueue::Suspend();
     }
     std::string file;
@@ -38,8 +26,8 @@ public:
 
 // Also: the opt-out suspends the queue before it deletes the rows, so no hit goes out in between.
 TEST(IdentityHitTableTest, ColumnsKeepTheirTypesNonZeroSslReadsAsTrueAndPrivacySuspendsOrClears) {
-    VelmoraTest::TempDir dir;
-    VelmoraTest::LogCapture log;
+    TempDir dir;
+    LogCapture log;
     auto services = std::make_shared<PlatformServices>(dir.Path());
     auto module = std::make_shared<Identity>();
     auto queue =
@@ -56,11 +44,12 @@ TEST(IdentityHitTableTest, ColumnsKeepTheirTypesNonZeroSslReadsAsTrueAndPrivacyS
     hit->config_ssl = true;
     ASSERT_TRUE(queue->Queue(hit));
     Strings columns;
-    Sql(queue->file, "PRAGMA table_info(IDENTITY_REQUESTS)", &columns);
+    for (const auto& column : Sql(queue->file, "PRAGMA table_info(IDENTITY_REQUESTS)")) {
+        columns.push_back(column[1] + " " + column[2]);
+    }
     EXPECT_EQ(columns, (Strings{"ID INTEGER", "URL TEXT", "TIMESTAMP INTEGER", "PAIR_ID TEXT", "EVENT_NUMBER INTEGER",
                                 "SSL INTEGER"}));
-    EXPECT_EQ(VelmoraTest::ReadHitRows(queue->file),
-              (std::vector<VelmoraTest::HitRow>{{hit->url, "pair", "4", "1", "1700000000"}}));
+    EXPECT_EQ(ReadHitRows(queue->file), (std::vector<HitRow>{{hit->url, "pair", "4", "1", "1700000000"}}));
     for (const auto& [stored, read] : std::vector<std::pair<int, bool>>{{7, true}, {0, false}, {-1, true}}) {
         Sql(queue->file, "UPDATE IDENTITY_REQUESTS SET SSL = " + std::to_string(stored));
         auto oldest = queue->SelectOldestHit();
@@ -78,7 +67,7 @@ TEST(IdentityHitTableTest, ColumnsKeepTheirTypesNonZeroSslReadsAsTrueAndPrivacyS
     EXPECT_EQ(log.Count("Privacy opt-unknown: Suspend Identity database"), 1u);
     database->UpdatePrivacyStatus(MobilePrivacyStatus::OPT_OUT);
     EXPECT_EQ(queue->rows_at_suspend, 1u);
-    EXPECT_TRUE(VelmoraTest::ReadHitRows(queue->file).empty());
+    EXPECT_TRUE(ReadHitRows(queue->file).empty());
     EXPECT_EQ(log.Count("Privacy opted-out: Clearing Identity queued hits from database"), 1u);
     EXPECT_TRUE(database->Dispose(std::chrono::seconds(5)));
 }

@@ -3,10 +3,8 @@
 #include "tests/identity/ids/IdentitySyncTestSupport.h"
 #include "tests/identity/state/IdentityStateTestSupport.h"
 #include "tests/identity/support/IdentityCoreTestSupport.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::CountIdentityLines;
-using VelmoraTest::Fields;
+using namespace VelmoraTest;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -25,7 +23,7 @@ std::shared_ptr<IdentityObject> Answer(const std::string& mid, const std::string
 
 // A registered module, never booted, so no sync of its own interferes, with a known state.
 TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheStateEveryAnswerIsAnsweredTwice) {
-    VelmoraTest::IdentityHarness harness;
+    IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     harness.RunInIdentityQueue([&] {
         identity->mid = "device-mid";
@@ -33,13 +31,13 @@ TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheSt
         identity->location_hint = "3";
         identity->ttl = std::chrono::seconds(100);
     });
-    auto store = VelmoraTest::Store(harness);
+    auto store = Store(harness);
     std::shared_ptr<Event> last;  // the newest UPDATED event
     // Calls NetworkResponseLoaded as the hit queue would; returns the pair ids of the UPDATED events it sent.
     auto apply = [&](const std::shared_ptr<IdentityObject>& answer, const std::string& pair_id) {
         const size_t before = harness.Events().size();
         harness.RunInIdentityQueue([&] { identity->NetworkResponseLoaded(answer, pair_id, 17); });
-        VelmoraTest::Settle(harness);
+        Settle(harness);
         Strings pair_ids;
         auto events = harness.Events();
         for (size_t i = before; i < events.size(); ++i) {
@@ -49,7 +47,7 @@ TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheSt
         }
         return pair_ids;
     };
-    VelmoraTest::LogCapture log;
+    LogCapture log;
     EXPECT_EQ(apply(nullptr, "pair-1"), (Strings{"", "pair-1"}));
     EXPECT_EQ(CountIdentityLines(log, LoggingMode::DEBUG_LOG, "empty json object"), 1u);
     EXPECT_EQ(last->GetData()->OptString("mid", ""), "device-mid");

@@ -11,12 +11,9 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/OurThreads.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-using VelmoraTestServer::Fault;
-using VelmoraTestServer::TestIdentityServer;
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 namespace {
 
@@ -27,7 +24,7 @@ bool IsUpdated(const std::shared_ptr<Event>& event, const std::string& pair_id) 
 }
 
 void ConfigureAndBoot(IdentityHarness& harness, const TestIdentityServer& server) {
-    VelmoraTest::ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}, {"global.privacy", "optedin"}});
+    ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", ORG}, {"global.privacy", "optedin"}});
     harness.Boot();
 }
 
@@ -56,7 +53,7 @@ TEST(IdentityThreadsTest, SyncsAndRequestsFromSeveralHostThreadsAreAllSentAnswer
                 sync->PutInteger("authenticationstate", 1);
                 sync->PutBoolean("issyncevent", true);
                 sync_pairs[t * ROUNDS + r] = harness.DispatchIdentityRequest(sync)->GetResponsePairID();
-                harness.DispatchIdentityRequest(VelmoraTest::MakeData({{"vid", "user" + id}}));
+                harness.DispatchIdentityRequest(MakeData({{"vid", "user" + id}}));
                 request_pairs[t * ROUNDS + r] = harness.DispatchIdentityRequest(nullptr)->GetResponsePairID();
             }
         });
@@ -68,7 +65,7 @@ TEST(IdentityThreadsTest, SyncsAndRequestsFromSeveralHostThreadsAreAllSentAnswer
         ASSERT_NE(harness.WaitForEvent([&](const auto& e) { return IsUpdated(e, sync_pairs[i]); }), nullptr);
         ASSERT_NE(harness.WaitForResponse(request_pairs[i]), nullptr);
     }
-    VelmoraTest::Settle(harness);
+    Settle(harness);
     EXPECT_EQ(server.Requests().size(), 1u + THREADS * ROUNDS);
     // Every sync's id was merged in, each type once.
     std::set<std::string> types;
@@ -105,7 +102,7 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
         fault.status = hang ? 200 : 503;
         fault.hang = hang;
         server.SetDefaultFault(fault);
-        VelmoraTest::TempDir dir;
+        TempDir dir;
         std::weak_ptr<Identity> weak_identity;
         size_t requests = 0;
         {
@@ -114,7 +111,7 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
             ConfigureAndBoot(harness, server);
             ASSERT_TRUE(server.WaitForRequests(1, std::chrono::seconds(20))) << hang;
             // Nothing but the worker is busy: a task that briefly holds the hub is over.
-            VelmoraTest::Settle(harness);
+            Settle(harness);
             harness.identity.reset();
             auto start = std::chrono::steady_clock::now();
             harness.hub.reset();  // no Shutdown: the destructor stops it all the same
@@ -123,7 +120,7 @@ TEST(IdentityThreadsTest, DroppingTheHubWithAStoredRowInFlightEndsEveryThreadOfO
             EXPECT_TRUE(weak_identity.expired()) << hang;
         }
         // The harness's services went with it; nothing of ours is left to send anything.
-        EXPECT_EQ(VelmoraTest::OurThreadCount(), 0u) << hang;
+        EXPECT_EQ(OurThreadCount(), 0u) << hang;
         EXPECT_EQ(server.Requests().size(), requests) << hang;
     }
     HitQueueBase::SetRetryWait(saved_wait);

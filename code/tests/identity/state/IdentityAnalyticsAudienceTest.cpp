@@ -4,25 +4,21 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-
-using VelmoraTest::STATE_MID;
-using VelmoraTest::STATE_ORG;
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOut) {
-    VelmoraTestServer::TestIdentityServer server;
+    TestIdentityServer server;
     IdentityHarness harness;
     harness.RegisterIdentity();
     // Configures `privacy`, with an audience server, and waits until the module has applied it.
     auto configure = [&](const std::string& privacy) {
-        VelmoraTest::ConfigureWithServer(
+        ConfigureWithServer(
             harness, server.Host(),
             {{"ondaraCloud.org", STATE_ORG}, {"audience.server", "audience.example"}, {"global.privacy", privacy}});
         const auto wanted = privacy == "optedout" ? MobilePrivacyStatus::OPT_OUT : MobilePrivacyStatus::OPT_IN;
-        ASSERT_TRUE(VelmoraTest::WaitFor([&] {
+        ASSERT_TRUE(WaitFor([&] {
             bool applied = false;
             harness.RunInIdentityQueue([&] { applied = harness.identity->privacy_status == wanted; });
             return applied;
@@ -34,7 +30,7 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
         if (opted_out_hit_sent) data->PutBoolean("optedouthitsent", *opted_out_hit_sent);
         harness.hub->Dispatch(
             EventBuilder("response", EventType::ZUMA, EventSource::RESPONSE_CONTENT).SetData(data).Build());
-        VelmoraTest::Settle(harness);
+        Settle(harness);
     };
     configure("optedin");
     LogCapture capture(LoggingMode::DEBUG_LOG);
@@ -65,7 +61,7 @@ TEST(SideChannelTest, OnlyAnExplicitFalseWhileOptedOutMakesTheModuleSendTheOptOu
 
 TEST(AnalyticsIdSyncTest, OnlyTheFirstIdEverIsQueuedBehindWaitingEventsUnforcedAtTheResponsesNumber) {
     IdentityHarness harness;
-    auto module = VelmoraTest::RegisterSyncRecorder(harness);
+    auto module = RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", STATE_ORG}});
     auto waiting_data = std::make_shared<EventData>();
     waiting_data->PutBoolean("issyncevent", true);
@@ -81,7 +77,7 @@ TEST(AnalyticsIdSyncTest, OnlyTheFirstIdEverIsQueuedBehindWaitingEventsUnforcedA
         auto response =
             EventBuilder("response", EventType::ANALYTICS, EventSource::RESPONSE_IDENTITY).SetData(data).Build();
         harness.hub->Dispatch(response);
-        VelmoraTest::Settle(harness);
+        Settle(harness);
         return response;
     };
     // No id, or an empty one, does nothing: not even the mark that would block the next. The mark

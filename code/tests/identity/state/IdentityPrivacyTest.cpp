@@ -3,38 +3,22 @@
 #include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tools/server/TestIdentityServer.h"
-
 using namespace VelmoraMobile;
-using VelmoraTest::IdentityHarness;
-using VelmoraTest::LogCapture;
-using VelmoraTest::WaitFor;
-
-using VelmoraTest::STATE_MID;
-using VelmoraTest::STATE_ORG;
-
-namespace {
-
-std::shared_ptr<EventData> PrivacyData(const std::string& status) {
-    auto data = std::make_shared<EventData>();
-    data->PutString("global.privacy", status);
-    return data;
-}
-
-}  // namespace
+using namespace VelmoraTest;
+using namespace VelmoraTestServer;
 
 // A booted module holding a full identity, an analytics-sync mark and a push token; the unknown
 // status holds the boot's sync in the hit table, unsent.
-TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueuedHits) {
-    VelmoraTestServer::TestIdentityServer server;
+TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesOnceAndDropsTheQueuedHits) {
+    TestIdentityServer server;
     IdentityHarness harness;
     harness.RegisterIdentity();
-    VelmoraTest::ConfigureWithServer(harness, server.Host(),
-                                     {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
-    VelmoraTest::FillIdentity(harness);
-    auto store = VelmoraTest::Store(harness);
+    ConfigureWithServer(harness, server.Host(), {{"ondaraCloud.org", STATE_ORG}, {"global.privacy", "optunknown"}});
+    FillIdentity(harness);
+    auto store = Store(harness);
     store->SetBoolean("VELMORAMOBILE_AID_SYNCED", true);
     harness.Boot();
-    auto queued = [&] { return VelmoraTest::ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite").size(); };
+    auto queued = [&] { return ReadHitRows(harness.DataDir() + "/VLBMobileIdentity.sqlite").size(); };
     ASSERT_TRUE(WaitFor([&] { return queued() == 1u; }));
     LogCapture capture(LoggingMode::DEBUG_LOG);
     // HandleOptOut sends only when the configuration at its event says opted out.
@@ -52,30 +36,17 @@ TEST(IdentityPrivacyTest, OptOutTellsTheServerWithTheMidThenWipesAndDropsTheQueu
     EXPECT_TRUE(capture.Contains("Sending opt-out request to http://" + server.Host() +
                                  "/veloptout.jpg?d_mid=" + STATE_MID + "&d_orgid=1234ABCD5678EFGH%40VelmoraOrg."));
     // Saved wiped (waited for above) and published; the analytics mark and the push flag go too.
-    EXPECT_EQ(VelmoraTest::Fields(harness), "|||||||600|0");
+    EXPECT_EQ(Fields(harness), "|||||||600|0");
     EXPECT_FALSE(store->Contains("VELMORAMOBILE_AID_SYNCED"));
     EXPECT_FALSE(store->GetBoolean("VELMORAMOBILE_PUSH_ENABLED", true));
     ASSERT_NE(harness.IdentityState(), nullptr);
     EXPECT_FALSE(harness.IdentityState()->ContainsKey("mid"));
-}
 
-TEST(IdentityPrivacyTest, OnlyAChangeToOptedOutWipes) {
-    IdentityHarness harness;
-    harness.RegisterIdentity();
+    // Only a change wipes: no data, or an opt-out while opted out, undoes nothing.
     harness.RunInIdentityQueue([&] {
-        auto& id = *harness.identity;
-        id.mid = STATE_MID;
-        // Nothing to compare, or a status other than opted out: nothing is undone.
-        for (const auto& data : {std::shared_ptr<EventData>(), PrivacyData("optedin"), PrivacyData("optunknown")}) {
-            id.ProcessPrivacyChange(1, data);
-        }
-        EXPECT_EQ(id.privacy_status, MobilePrivacyStatus::UNKNOWN);
-        EXPECT_EQ(id.mid, STATE_MID);
-        // An opt-out while opted out is no change either.
-        id.ProcessPrivacyChange(2, PrivacyData("optedout"));
-        EXPECT_EQ(id.mid, "");
-        id.mid = STATE_MID;
-        id.ProcessPrivacyChange(3, PrivacyData("optedout"));
-        EXPECT_EQ(id.mid, STATE_MID);
+        harness.identity->mid = STATE_MID;
+        harness.identity->ProcessPrivacyChange(1, nullptr);
+        harness.identity->ProcessPrivacyChange(2, MakeData({{"global.privacy", "optedout"}}));
+        EXPECT_EQ(harness.identity->mid, STATE_MID);
     });
 }

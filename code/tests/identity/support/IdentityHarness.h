@@ -2,23 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
-#include <future>
-#include <map>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include "identity/module/Identity.h"
-#include "runtime/bus/Event.h"
 #include "runtime/bus/EventBuilder.h"
-#include "runtime/bus/EventData.h"
 #include "runtime/bus/EventHub.h"
-#include "runtime/bus/EventSource.h"
-#include "runtime/bus/EventType.h"
-#include "runtime/bus/InternalModule.h"
 #include "runtime/bus/ModuleEventListener.h"
 #include "runtime/bus/SharedStatePending.h"
 #include "runtime/configuration/ConfigurationExtension.h"
