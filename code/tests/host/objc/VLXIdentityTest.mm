@@ -105,10 +105,8 @@ TEST_F(VLXIdentityTest, ConversionsKeepInRangeStatesAndCleanForeignEntries) {
     // {value, the state it maps to either way}
     for (auto [value, state] :
          std::vector<std::pair<NSUInteger, int>>{{0, 0}, {1, 1}, {2, 2}, {3, 0}, {7, 0}, {NSUIntegerMax, 0}}) {
-        EXPECT_TRUE(static_cast<int>(ToCppVisitorAuthenticationState(
-                        static_cast<VLXMobileVisitorAuthenticationState>(value))) == state);
-        EXPECT_TRUE(static_cast<int>(
-                        ToObjCVisitorAuthenticationState(static_cast<VisitorIdAuthenticationState>(value))) == state);
+        EXPECT_EQ(int(ToCppVisitorAuthenticationState(VLXMobileVisitorAuthenticationState(value))), state) << value;
+        EXPECT_EQ(int(ToObjCVisitorAuthenticationState(VisitorIdAuthenticationState(value))), state) << value;
     }
     EXPECT_TRUE(ToCppString(@"caf\u00e9") == "caf\xc3\xa9" && ToCppString(nil).empty() && ToStringMap(nil).empty());
     EXPECT_TRUE([ToNSString("caf\xc3\xa9") isEqualToString:@"caf\u00e9"]);
