@@ -1,5 +1,6 @@
 // The C++ entry point: Core starts a whole core on a data folder, against the test identity server.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -54,12 +55,8 @@ TEST(CoreTest, StartsLayeredAloneStopsIdempotentlyLogsLaterCallsAndRestarts) {
     EXPECT_FALSE(state->OptBoolean("global.ssl", true));
     EXPECT_TRUE(std::filesystem::exists(dir.File("VLBMobileIdentity.sqlite")));
     LogCapture log;
-    try {
-        Core second(plain);
-        ADD_FAILURE() << "a second core started";
-    } catch (const SdkError& error) {
-        EXPECT_EQ(error.GetCode(), "core.not_started");
-    }
+    EXPECT_THAT([&] { Core second(plain); },
+                ::testing::Throws<SdkError>(::testing::Property(&SdkError::GetCode, "core.not_started")));
     EXPECT_TRUE(log.Contains("A core is already running in this process: stop it before starting another"));
 
     auto kept = core.IdentityApi();
