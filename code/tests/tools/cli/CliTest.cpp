@@ -122,9 +122,8 @@ TEST_F(CliTest, SyncGetAppendUrlBadInputOptOutAndConfigurationAcrossProcesses) {
                 AllOf(HasSubstr("server told: GET http://" + server.Host() +
                                 "/veloptout.jpg?d_mid=" + mid.substr(0, 38) + "&d_orgid=ORG42%40VelmoraOrg"),
                       HasSubstr("record wiped: mid \"\"")));
-    const auto requests = server.Requests();
-    EXPECT_EQ(std::count_if(requests.begin(), requests.end(), [](auto& sent) { return sent.path == "/veloptout.jpg"; }),
-              1);
+    const auto sent = server.Requests();
+    EXPECT_EQ(std::count_if(sent.begin(), sent.end(), [](auto& one) { return one.path == "/veloptout.jpg"; }), 1);
     EXPECT_EQ(Ok(Later({"get", "mid"})), "\n");
     EXPECT_EQ(Ok(Later({"privacy"})), "optedout\n");
     CliResult refused = Run(Later({"sync", "crm=carol"}));
