@@ -80,8 +80,7 @@ TEST(NetworkServiceTest, AnswersFailuresTheRequestAsSentAndAsynchronousCalls) {
     hang.path = "/veloptout.jpg";
     server.PushFault(hang);
     std::promise<Answer> hanging_promise, answered_promise;
-    auto hanging = hanging_promise.get_future();
-    auto answered = answered_promise.get_future();
+    auto hanging = hanging_promise.get_future(), answered = answered_promise.get_future();
     CurlNetworkService async("");  // declared after the promises: its worker ends before they go
     async.ConnectUrlAsync(server.BaseUrl() + "/veloptout.jpg?d_mid=1", HttpCommand::GET, "", {}, seconds(30),
                           seconds(30), [&](const Answer& answer) { hanging_promise.set_value(answer); });
