@@ -95,15 +95,14 @@ TEST_F(CliTest, SyncGetAppendUrlBadInputOptOutAndConfigurationAcrossProcesses) {
     EXPECT_EQ(Ok(Later({"get", "vid"})), "user 1\n");
 
     // Each failure exits 1 with one line naming it, and leaves the record and the configuration as they were.
+    // The client's own binary is a file, so no data folder can be made below it.
     const std::string before = Ok(Later({"--json", "get", "all"}));
-    const std::string plain = dir.File("plain-file");
-    std::ofstream(plain) << "not a folder";
     const std::string broken = dir.File("broken.json");
     std::ofstream(broken) << "{\"ondaraCloud.org\": ";
     const std::string nested = dir.File("nested.json");
     std::ofstream(nested) << R"({"ondaraCloud.org": {"a": 1}})";
     for (const auto& [arguments, line] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"--data-dir", plain + "/data", "get", "mid"}, "cannot use the data folder " + plain},
+             {{"--data-dir", VELMORA_CLI_PATH "/data", "get", "mid"}, "cannot use the data folder " VELMORA_CLI_PATH},
              {Later({"config", "--file", broken}), "the configuration file " + broken + " is not a JSON object"},
              {Later({"config", "--file", nested}), nested + ": the value of \"ondaraCloud.org\" is not a string"},
              {{"--data-dir", dir.File("bare"), "--timeout", "0.5", "sync", "crm=erin"},
