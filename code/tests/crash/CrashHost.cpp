@@ -39,8 +39,6 @@ public:
     StateWatcher() : InternalModule("velmora.crash.watcher") {}
     std::string GetSharedStateName() override { return "velmora.crash.watcher"; }
     void OnRegistered() override { RegisterWildCardListener(std::make_shared<Listener>()); }
-
-private:
     struct Listener : ModuleEventListener<StateWatcher> {
         void Hear(const std::shared_ptr<Event>& event) override { Say("event " + event->GetName()); }
     };

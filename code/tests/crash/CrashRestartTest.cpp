@@ -11,6 +11,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "tests/runtime/services/storage/SqlFiles.h"
 #include "tests/support/TempDir.h"
@@ -52,16 +53,11 @@ public:
     }
     // Only a child that said "pid <pid>" (its first line) and has not been waited for; then reaps it.
     void Kill() {
-        const std::string text = Text();
-        if (stdin_ != nullptr && text.rfind("pid ", 0) == 0) kill(std::stoi(text.substr(4)), SIGKILL);
+        if (stdin_ != nullptr && Said("pid ")) kill(std::stoi(Text().substr(4)), SIGKILL);
         Stop();
     }
     // Closes stdin, so the host stops, and gives its exit status.
-    int Stop() {
-        const int status = stdin_ != nullptr ? pclose(stdin_) : -1;
-        stdin_ = nullptr;
-        return status;
-    }
+    int Stop() { return stdin_ != nullptr ? pclose(std::exchange(stdin_, nullptr)) : -1; }
 
 private:
     std::string out_;
