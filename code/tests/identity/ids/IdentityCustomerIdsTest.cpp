@@ -36,7 +36,7 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
 
 }  // namespace
 
-TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
+TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderAuthenticatingOnlyTheAdIdMergesInPlaceAndStoresWithoutEncoding) {
     auto identity = std::make_shared<Identity>();
     LogCapture capture(LoggingMode::DEBUG_LOG);
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
@@ -50,10 +50,8 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     Ids twice = identity->GenerateCustomerIds({{"c-rm", "first"}, {"crm", "second"}}, State::AUTHENTICATED);
     EXPECT_EQ(twice.size(), 2u);
     EXPECT_EQ(DescribeIds(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
-}
 
-TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesNeverRemovesAndIsStoredWithoutEncoding) {
-    auto identity = std::make_shared<Identity>();
+    // Merge overwrites in place, appends new types and never removes.
     auto crm = Id("crm", "old", State::AUTHENTICATED, "stored-origin");
     identity->customer_ids = {crm, Id("loyalty", "77", State::AUTHENTICATED)};
     Ids merged = identity->MergeCustomerIds({Id("email", "e@x", State::UNKNOWN),
