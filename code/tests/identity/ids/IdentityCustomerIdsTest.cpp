@@ -36,7 +36,7 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
 
 }  // namespace
 
-TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderAuthenticatingOnlyTheAdIdMergesInPlaceAndStoresWithoutEncoding) {
+TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderMergesInPlaceStoresWithoutEncodingAndSkipsDamagedStoredEntries) {
     auto identity = std::make_shared<Identity>();
     LogCapture capture(LoggingMode::DEBUG_LOG);
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
@@ -69,9 +69,8 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderAuthenticatingOnlyTheAdIdMerges
                    Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),
               "&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012&d_cid_ic=mail%01a b&c%010&d_cid_ic=odd%01%019");
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString({}), "");
-}
 
-TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkipped) {
+    // The stored string loads back; damaged entries are logged and skipped.
     const struct {
         std::string stored;
         Lines loaded;
@@ -104,7 +103,6 @@ TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkip
          {"d_cid_ic:a:x:0", "d_cid_ic:b:y:0", "d_cid_ic:c:z:2", "d_cid_ic:d.d:w:1"},
          {}},
     };
-    auto identity = std::make_shared<Identity>();
     for (const auto& c : cases) {
         LogCapture capture(LoggingMode::DEBUG_LOG);
         EXPECT_EQ(DescribeIds(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;

@@ -29,7 +29,7 @@ std::string Text(const SdkError& error) {
     return error.GetCode() + ": " + error.GetMessage();
 }
 
-TEST(VisitorIdTest, TypeIsCleanedComparedAloneAndAnEmptyOneThrows) {
+TEST(VisitorIdTest, TypeIsCleanedAndComparedAloneListsRoundTripAndEachWrongShapeGivesItsError) {
     EXPECT_EQ(VisitorId("", "..my id$type..", "", State::LOGGED_OUT).id_type, "myidtype");
     for (const std::string raw : {"", "...", "$%& -", "\xC3\xA9"}) {
         EXPECT_THROW(VisitorId("d_cid_ic", raw, "value", State::AUTHENTICATED), SdkError) << raw;
@@ -44,9 +44,8 @@ TEST(VisitorIdTest, TypeIsCleanedComparedAloneAndAnEmptyOneThrows) {
     // The formatter must find this overload and not fall back to the integer.
     EXPECT_EQ(StringUtils::FormatString("state %s.", State::LOGGED_OUT), "state \"logged_out\".");
     EXPECT_EQ(StringUtils::ToString(static_cast<State>(9)), "\"unknown\"");
-}
 
-TEST(VisitorIdTest, ListRoundTripKeepsOrderNullsAndFieldsWrongShapesGiveTheirErrorsAnEmptyTypeThrows) {
+    // A list round trip keeps order, nulls and fields.
     auto edited = std::make_shared<VisitorId>("o1", "crm", "", State::AUTHENTICATED);
     edited->id_type = "a..b!";  // a type written past the constructor is cleaned on the way back
     VisitorIdList ids{edited, nullptr, std::make_shared<VisitorId>("", "t2", "v2", static_cast<State>(9))};
