@@ -31,7 +31,6 @@ using Lines = std::vector<std::string>;
 const std::string ORG = "1234ABCD5678EFGH";
 // What the fixed UUID source below turns into.
 const uint8_t UUID_BYTES[16] = {0, 0, 0, 0, 0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-const std::string FIXED_MID = "00000000000000000010000000000000000001";
 
 class IdentitySyncTest : public ::testing::Test {
 protected:
@@ -99,7 +98,7 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     EXPECT_FALSE(ShouldSyncAfter(0, {}, {}, false, MakeConfig("")));
     EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
               Lines{"Ignoring ID Sync due to privacy status opt out OR missing OrgID."});
-    InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, FIXED_MID); });
+    InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "00000000000000000010000000000000000001"); });
 }
 
 TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
