@@ -58,13 +58,13 @@ protected:
     }
 
     // ShouldSync with the last sync `seconds_ago`; retried until the clock did not tick meanwhile.
-    bool ShouldSyncAfter(int64_t seconds_ago, const StringMap& dpids, bool force, const Config& config) {
+    bool ShouldSyncAfter(int64_t seconds_ago, const StringMap& dpids, const Config& config) {
         bool result = false;
         for (bool steady = false; !steady;) {
             harness.RunInIdentityQueue([&] {
                 int64_t before = TimeUtils::GetUnixTimeInSeconds();
                 harness.identity->last_sync = std::chrono::seconds(before - seconds_ago);
-                result = harness.identity->ShouldSync({}, dpids, force, config);
+                result = harness.identity->ShouldSync({}, dpids, false, config);
                 steady = before == TimeUtils::GetUnixTimeInSeconds();
             });
         }
@@ -86,15 +86,14 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
         identity.mid = "m";
         identity.ttl = std::chrono::seconds(600);
     });
-    EXPECT_FALSE(ShouldSyncAfter(600, {}, false, config));
-    EXPECT_TRUE(ShouldSyncAfter(601, {}, false, config));
-    EXPECT_TRUE(ShouldSyncAfter(0, {{"20920", ""}}, false, config));
-    EXPECT_TRUE(ShouldSyncAfter(0, {}, true, config));
+    EXPECT_FALSE(ShouldSyncAfter(600, {}, config));
+    EXPECT_TRUE(ShouldSyncAfter(601, {}, config));
+    EXPECT_TRUE(ShouldSyncAfter(0, {{"20920", ""}}, config));
 
     // A missing MID is made even when the configuration may not sync.
     LogCapture capture(LoggingMode::DEBUG_LOG);
     InQueue([](Identity& identity) { identity.mid.clear(); });
-    EXPECT_FALSE(ShouldSyncAfter(0, {}, false, MakeConfig("")));
+    EXPECT_FALSE(ShouldSyncAfter(0, {}, MakeConfig("")));
     EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
               Lines{"Ignoring ID Sync due to privacy status opt out OR missing OrgID."});
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "00000000000000000010000000000000000001"); });

@@ -33,7 +33,7 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVidPublishedAtItsOwnNumber) {
+TEST(IdentityEventQueueTest, PendingOrAtItsPlaceTheConfigurationJudgesEachEventOneRecordPerAnswerClearingSparesUrls) {
     LogCapture log;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
@@ -80,6 +80,53 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVid
                            .SetEventNumber(request->GetEventNumber() - 1)
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
+
+    // Each queued event is judged by the configuration at its place.
+    auto numbered = [](const std::string& vid, int32_t number) {
+        return EventBuilder("vid", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+            .SetData(MakeData({{"vid", vid}}))
+            .SetEventNumber(number)
+            .Build();
+    };
+    // A marker dispatched after a configuration is published is numbered after its state.
+    auto number_now = [&] {
+        auto marker =
+            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
+        harness.hub->Dispatch(marker);
+        return marker->GetEventNumber();
+    };
+    const int32_t opted_in_at = number_now();  // still opted in
+    harness.Configure({{"global.privacy", "optedout"}});
+    const int32_t opted_out_at = number_now();
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
+        identity->ProcessEventQueue();
+        EXPECT_TRUE(identity->event_queue.empty());
+        EXPECT_EQ(identity->user_identifier, "first");
+    });
+
+    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
+
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {url_first, vid, url_second, plain};
+        identity->ClearEventsQueue();
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
+        identity->event_queue.clear();
+    });
+    Settle(harness);
+    for (const auto& event : {vid, plain}) {
+        auto responses = ResponsesTo(harness, event->GetResponsePairID());
+        ASSERT_EQ(responses.size(), 1u);
+        EXPECT_TRUE(responses[0]->GetName() == "IDENTITY_RESPONSE" && responses[0]->GetData()->ContainsKey("lastsync"));
+    }
+
+    // Without any configuration module the defaults decide: nothing waits.
+    ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
+    EXPECT_NE(harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID()), nullptr);
 }
 
 TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRouteByTheSyncFlagUserIdentifierAndUrl) {
@@ -147,56 +194,4 @@ TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRoute
         });
         EXPECT_EQ(seen + " " + std::to_string(ResponsesTo(harness, event->GetResponsePairID()).size()), outcome);
     }
-}
-
-TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlaceAndClearingSparesUrlRequests) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    auto numbered = [](const std::string& vid, int32_t number) {
-        return EventBuilder("vid", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-            .SetData(MakeData({{"vid", vid}}))
-            .SetEventNumber(number)
-            .Build();
-    };
-    // A marker dispatched after a configuration is published is numbered after its state.
-    auto number_now = [&] {
-        auto marker =
-            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
-        harness.hub->Dispatch(marker);
-        return marker->GetEventNumber();
-    };
-    harness.Configure({{"global.privacy", "optedin"}});
-    const int32_t opted_in_at = number_now();
-    harness.Configure({{"global.privacy", "optedout"}});
-    const int32_t opted_out_at = number_now();
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
-        identity->ProcessEventQueue();
-        EXPECT_TRUE(identity->event_queue.empty());
-        EXPECT_EQ(identity->user_identifier, "first");
-    });
-
-    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
-    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
-    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
-    auto plain = IdentityRequest(MakeData());
-
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {url_first, vid, url_second, plain};
-        identity->ClearEventsQueue();
-        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
-        identity->event_queue.clear();
-    });
-    Settle(harness);
-    for (const auto& event : {vid, plain}) {
-        auto responses = ResponsesTo(harness, event->GetResponsePairID());
-        ASSERT_EQ(responses.size(), 1u);
-        EXPECT_TRUE(responses[0]->GetName() == "IDENTITY_RESPONSE" && responses[0]->GetData()->ContainsKey("lastsync"));
-    }
-
-    // Without any configuration module the defaults decide: nothing waits.
-    ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
-    auto request = harness.DispatchIdentityRequest(MakeData());
-    EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
 }
