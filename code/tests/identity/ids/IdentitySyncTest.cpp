@@ -80,7 +80,7 @@ protected:
 
 }  // namespace
 
-TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMidIsMade) {
+TEST_F(IdentitySyncTest, TimeToLiveIsStrictAMissingMidIsMadeAndAdvertisingAndPushIdsAreExtracted) {
     auto config = MakeConfig(ORG);
     InQueue([](Identity& identity) {
         identity.mid = "m";
@@ -97,9 +97,8 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAnythingNewSyncsBeforeItAndAMissingMi
     EXPECT_EQ(IdentityLines(capture, LoggingMode::DEBUG_LOG),
               Lines{"Ignoring ID Sync due to privacy status opt out OR missing OrgID."});
     InQueue([](Identity& identity) { EXPECT_EQ(identity.mid, "00000000000000000010000000000000000001"); });
-}
 
-TEST_F(IdentitySyncTest, AdvertisingAndPushIdentifierExtraction) {
+    // Advertising and push identifiers taken from a request.
     StringMap result;
     auto extract = [&](const std::string& ad_id, const StringMap& identifiers, bool ad_id_enabled) {
         auto data = SyncEvent(identifiers)->GetData();
@@ -192,7 +191,7 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
 }
 
 // The fixed UUID source's MID is asserted where a missing MID is made.
-TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMissingServicesGiveNone) {
+TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndUrlWorkedExamples) {
     const uint8_t bytes[][16] = {// 0xFEFDFCFBFAF9F8F8 = -(0x0102030405060708): absolute values.
                                  {1, 2, 3, 4, 5, 6, 7, 8, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA, 0xF9, 0xF8, 0xF8},
                                  // The lowest value has no absolute value and keeps its sign: 40 characters.
@@ -215,9 +214,7 @@ TEST_F(IdentitySyncTest, MidHalvesAreBigEndianSignedNumbersPaddedToNineteenAndMi
     EXPECT_EQ(std::make_shared<Identity>()->GenerateMID(), "");
     EXPECT_EQ(IdentityLines(capture, LoggingMode::WARNING_LOG),
               Lines{"Unable to generate mid. Platform services is null."});
-}
 
-TEST_F(IdentitySyncTest, UrlWorkedExamplesAndEncoding) {
     const std::string head = "://identity.example/id?d_rtbd=json&d_ver=2&d_orgid=" + ORG;
     auto build = [&](const std::string& mid, const std::string& blob, const std::string& hint,
                      const StringMap& identifiers, VisitorIdAuthenticationState state, const StringMap& dpids,
