@@ -134,20 +134,17 @@ TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRoute
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.Boot();
-    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
-        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
-    });
-    ASSERT_NE(booted, nullptr);
+    harness.Boot();  // numbers the booted event at once
     // A later configuration must not be the one the forced sync sees.
     harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
     VelmoraTest::Settle(harness);
+    const auto booted = harness.Events(EventType::HUB, EventSource::BOOTED);
     harness.RunInIdentityQueue([&] {
         ASSERT_EQ(module->syncs.size(), 1u);
         const auto& sync = module->syncs[0].event;
         EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
                       StringUtils::ToString(*sync->GetData()),
-                  ORG + " id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                  ORG + " id-construct-forced-sync " + std::to_string(booted.at(0)->GetEventNumber()) +
                       " {authenticationstate: 0, forcesync: true, issyncevent: true}");
     });
     // It goes straight into the queue, never over the bus.
