@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "identity/events/IdentityListenerAnalyticsResponseIdentity.h"

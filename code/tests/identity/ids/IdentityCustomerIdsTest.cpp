@@ -36,7 +36,7 @@ std::shared_ptr<VisitorId> Id(const std::string& type, const std::string& id, St
 
 }  // namespace
 
-TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingOnlyTheAdvertisingId) {
+TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderMergesInPlaceStoresWithoutEncodingAndSkipsDamagedStoredEntries) {
     auto identity = std::make_shared<Identity>();
     LogCapture capture(LoggingMode::DEBUG_LOG);
     EXPECT_EQ(DescribeIds(identity->GenerateCustomerIds(
@@ -50,10 +50,8 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderCleaningTypesAndAuthenticatingO
     Ids twice = identity->GenerateCustomerIds({{"c-rm", "first"}, {"crm", "second"}}, State::AUTHENTICATED);
     EXPECT_EQ(twice.size(), 2u);
     EXPECT_EQ(DescribeIds(identity->MergeCustomerIds(twice)), Lines{"d_cid_ic:crm:second:1"});
-}
 
-TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesNeverRemovesAndIsStoredWithoutEncoding) {
-    auto identity = std::make_shared<Identity>();
+    // Merge overwrites in place, appends new types and never removes.
     auto crm = Id("crm", "old", State::AUTHENTICATED, "stored-origin");
     identity->customer_ids = {crm, Id("loyalty", "77", State::AUTHENTICATED)};
     Ids merged = identity->MergeCustomerIds({Id("email", "e@x", State::UNKNOWN),
@@ -71,9 +69,8 @@ TEST(IdentityCustomerIdsTest, MergeOverwritesInPlaceAppendsNewTypesNeverRemovesA
                    Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),
               "&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012&d_cid_ic=mail%01a b&c%010&d_cid_ic=odd%01%019");
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString({}), "");
-}
 
-TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkipped) {
+    // The stored string loads back; damaged entries are logged and skipped.
     const struct {
         std::string stored;
         Lines loaded;
@@ -90,23 +87,21 @@ TEST(IdentityCustomerIdsTest, StoredStringLoadsAndDamagedEntriesAreLoggedAndSkip
         {"=crm%01abc%011&d_cid_ic=&x=crm%01abc%011",
          {"x:crm:abc:1"},
          {UNDEFINED + "=crm%01abc%011", UNDEFINED + "d_cid_ic="}},
-        {"d_cid_ic=crm%01abc&d_cid_ic=crm%01abc%011%01extra&d_cid_ic=ok%01v%012",
+        // A raw control byte is no delimiter.
+        {"d_cid_ic=crm%01abc&d_cid_ic=crm%01abc%011%01extra&d_cid_ic=crm\001abc\0011&d_cid_ic=ok%01v%012",
          {"d_cid_ic:ok:v:2"},
-         {MALFORMED + "crm%01abc", MALFORMED + "crm%01abc%011%01extra"}},
-        {"d_cid_ic=crm%01abc%01x", {}, {BAD_STATE}},
-        {"d_cid_ic=big%01abc%0199999999999", {}, {BAD_STATE}},
+         {MALFORMED + "crm%01abc", MALFORMED + "crm%01abc%011%01extra", MALFORMED + "crm\001abc\0011"}},
+        {"d_cid_ic=crm%01abc%01x&d_cid_ic=big%01abc%0199999999999", {}, {BAD_STATE, BAD_STATE}},
         {"d_cid_ic=!!%01abc%011", {}, {EMPTY_TYPE}},
-        // "&" and "%01" inside an id break its entry; "=" survives; a raw control byte is no delimiter.
+        // "&" and "%01" inside an id break its entry; "=" survives.
         {"d_cid_ic=amp%01a&b%011&d_cid_ic=eq%01a=b%011",
          {"d_cid_ic:eq:a=b:1"},
          {MALFORMED + "amp%01a", NO_EQUALS + "b%011"}},
-        {"d_cid_ic=crm\001abc\0011", {}, {MALFORMED + "crm\001abc\0011"}},
         // Unknown states map to UNKNOWN, trailing text after the number is ignored, "." is kept.
         {"d_cid_ic=a%01x%017&d_cid_ic=b%01y%01-1&d_cid_ic=c%01z%012abc&d_cid_ic=d.d%01w%011",
          {"d_cid_ic:a:x:0", "d_cid_ic:b:y:0", "d_cid_ic:c:z:2", "d_cid_ic:d.d:w:1"},
          {}},
     };
-    auto identity = std::make_shared<Identity>();
     for (const auto& c : cases) {
         LogCapture capture(LoggingMode::DEBUG_LOG);
         EXPECT_EQ(DescribeIds(identity->ConvertVisitorIDsStringToVisitorIdObjects(c.stored)), c.loaded) << c.stored;

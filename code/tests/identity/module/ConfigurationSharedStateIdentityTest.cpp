@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,17 +8,13 @@
 #include "identity/module/ConfigurationSharedStateIdentity.h"
 #include "identity/module/IdentityConstants.h"
 #include "runtime/bus/EventData.h"
+#include "tests/identity/support/IdentityCoreTestSupport.h"
 #include "tests/support/LogCapture.h"
 
 using namespace VelmoraMobile;
+using VelmoraTest::MakeData;
 
 namespace {
-
-std::shared_ptr<EventData> Config(const std::map<std::string, std::string>& values) {
-    auto data = std::make_shared<EventData>();
-    for (const auto& entry : values) data->PutString(entry.first, entry.second);
-    return data;
-}
 
 // Every reading of the view in one line: org|ssl|privacy (0 in, 1 out, 2 unknown)|server|ad id|may sync.
 std::string Read(const ConfigurationSharedStateIdentity& view) {
@@ -34,18 +29,18 @@ std::string Read(const ConfigurationSharedStateIdentity& view) {
 TEST(ConfigurationSharedStateIdentityTest, ReadsEveryKeyFallsBackOnMissingOrIllTypedValuesAndSaysWhenSyncingIsAllowed) {
     VelmoraTest::LogCapture log;
     auto full =
-        Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}, {"ondaraCloud.server", "ids.test"}});
+        MakeData({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optunknown"}, {"ondaraCloud.server", "ids.test"}});
     full->PutBoolean("global.ssl", false);
     full->PutBoolean("identity.adidEnabled", true);
-    auto ill_typed = Config({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
+    auto ill_typed = MakeData({{"global.ssl", "false"}, {"identity.adidEnabled", "true"}, {"ondaraCloud.server", ""}});
     ill_typed->PutInteger("ondaraCloud.org", 42);
     const std::pair<std::shared_ptr<EventData>, std::string> cases[] = {
         {nullptr, "|1|0|id.velmora.net|0|0"},
         {std::make_shared<EventData>(), "|1|0|id.velmora.net|0|0"},
         {full, "ORG|0|2|ids.test|1|1"},  // unknown may sync
         {ill_typed, "|1|0||0|0"},        // an empty server is kept as given
-        {Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}), "ORG|1|1|id.velmora.net|0|0"},
-        {Config({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}), "ORG|1|0|id.velmora.net|0|1"}};
+        {MakeData({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedout"}}), "ORG|1|1|id.velmora.net|0|0"},
+        {MakeData({{"ondaraCloud.org", "ORG"}, {"global.privacy", "optedin"}}), "ORG|1|0|id.velmora.net|0|1"}};
     for (const auto& [data, expected] : cases) EXPECT_EQ(Read(ConfigurationSharedStateIdentity(data)), expected);
     // Only a missing configuration says so.
     ASSERT_EQ(log.Count("Current config state is null. Using defaults"), 1u);

@@ -33,15 +33,13 @@ std::shared_ptr<Event> IdentityRequest(const std::shared_ptr<EventData>& data) {
 
 }  // namespace
 
-TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVidPublishedAtItsOwnNumber) {
+TEST(IdentityEventQueueTest, PendingOrAtItsPlaceTheConfigurationJudgesEachEventOneRecordPerAnswerClearingSparesUrls) {
     LogCapture log;
     IdentityHarness harness;
     auto identity = harness.RegisterIdentity();
     auto first = harness.DispatchIdentityRequest(MakeData({{"unrelated", "key"}}));
     auto second = harness.DispatchIdentityRequest(MakeData());
     ASSERT_TRUE(VelmoraTest::WaitFor([&] { return log.Count(PENDING_MESSAGE) >= 2; }));
-    Settle(harness);
-    EXPECT_TRUE(ResponsesTo(harness, first->GetResponsePairID()).empty());
     // Only the configuration's own shared state wakes the queue; each drain logs once.
     auto state_of = [&](const std::string& owner) {
         auto data = owner == "none" ? MakeData() : MakeData({{"stateowner", owner}});
@@ -82,6 +80,53 @@ TEST(IdentityEventQueueTest, PendingConfigurationOneRecordPerAnswerAndAnEmptyVid
                            .SetEventNumber(request->GetEventNumber() - 1)
                            .Build();
     EXPECT_EQ(harness.IdentityState(just_before), nullptr);
+
+    // Each queued event is judged by the configuration at its place.
+    auto numbered = [](const std::string& vid, int32_t number) {
+        return EventBuilder("vid", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
+            .SetData(MakeData({{"vid", vid}}))
+            .SetEventNumber(number)
+            .Build();
+    };
+    // A marker dispatched after a configuration is published is numbered after its state.
+    auto number_now = [&] {
+        auto marker =
+            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
+        harness.hub->Dispatch(marker);
+        return marker->GetEventNumber();
+    };
+    const int32_t opted_in_at = number_now();  // still opted in
+    harness.Configure({{"global.privacy", "optedout"}});
+    const int32_t opted_out_at = number_now();
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
+        identity->ProcessEventQueue();
+        EXPECT_TRUE(identity->event_queue.empty());
+        EXPECT_EQ(identity->user_identifier, "first");
+    });
+
+    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
+    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
+    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
+    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
+    auto plain = IdentityRequest(MakeData());
+
+    harness.RunInIdentityQueue([&] {
+        identity->event_queue = {url_first, vid, url_second, plain};
+        identity->ClearEventsQueue();
+        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
+        identity->event_queue.clear();
+    });
+    Settle(harness);
+    for (const auto& event : {vid, plain}) {
+        auto responses = ResponsesTo(harness, event->GetResponsePairID());
+        ASSERT_EQ(responses.size(), 1u);
+        EXPECT_TRUE(responses[0]->GetName() == "IDENTITY_RESPONSE" && responses[0]->GetData()->ContainsKey("lastsync"));
+    }
+
+    // Without any configuration module the defaults decide: nothing waits.
+    ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
+    EXPECT_NE(harness.WaitForResponse(harness.DispatchIdentityRequest(MakeData())->GetResponsePairID()), nullptr);
 }
 
 TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRouteByTheSyncFlagUserIdentifierAndUrl) {
@@ -89,20 +134,17 @@ TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRoute
     IdentityHarness harness;
     auto module = VelmoraTest::RegisterSyncRecorder(harness);
     harness.Configure({{"ondaraCloud.org", ORG}});
-    harness.Boot();
-    auto booted = harness.WaitForEvent([](const std::shared_ptr<Event>& event) {
-        return event->GetEventType() == EventType::HUB && event->GetEventSource() == EventSource::BOOTED;
-    });
-    ASSERT_NE(booted, nullptr);
+    harness.Boot();  // numbers the booted event at once
     // A later configuration must not be the one the forced sync sees.
     harness.Configure({{"ondaraCloud.org", "LATER-ORG"}});
     VelmoraTest::Settle(harness);
+    const auto booted = harness.Events(EventType::HUB, EventSource::BOOTED);
     harness.RunInIdentityQueue([&] {
         ASSERT_EQ(module->syncs.size(), 1u);
         const auto& sync = module->syncs[0].event;
         EXPECT_EQ(module->syncs[0].org_id + " " + sync->GetName() + " " + std::to_string(sync->GetEventNumber()) + " " +
                       StringUtils::ToString(*sync->GetData()),
-                  ORG + " id-construct-forced-sync " + std::to_string(booted->GetEventNumber()) +
+                  ORG + " id-construct-forced-sync " + std::to_string(booted.at(0)->GetEventNumber()) +
                       " {authenticationstate: 0, forcesync: true, issyncevent: true}");
     });
     // It goes straight into the queue, never over the bus.
@@ -135,10 +177,9 @@ TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRoute
         log.Clear();
         auto config = std::make_shared<ConfigurationSharedStateIdentity>(MakeData({{"global.privacy", privacy}}));
         const bool over_the_bus = event->GetEventType() == EventType::GENERIC_IDENTITY;
-        size_t syncs = 0;
         harness.RunInIdentityQueue([&] {
             module->user_identifier = "old";
-            syncs = module->syncs.size();
+            module->syncs.clear();
             EXPECT_TRUE(over_the_bus || module->ProcessEvent(event, config));
         });
         if (over_the_bus) harness.hub->Dispatch(event);
@@ -146,64 +187,8 @@ TEST(IdentityEventQueueTest, ForcedSyncAtBootASecondModuleRefusedThenEventsRoute
         std::string seen;
         harness.RunInIdentityQueue([&] {
             seen = module->user_identifier + " " + std::to_string(log.Count(refused)) + " " +
-                   std::to_string(module->syncs.size() - syncs);
+                   std::to_string(module->syncs.size());
         });
         EXPECT_EQ(seen + " " + std::to_string(ResponsesTo(harness, event->GetResponsePairID()).size()), outcome);
     }
-}
-
-TEST(IdentityEventQueueTest, EachQueuedEventIsJudgedByTheConfigurationAtItsPlaceAndClearingSparesUrlRequests) {
-    IdentityHarness harness;
-    auto identity = harness.RegisterIdentity();
-    auto numbered = [](const std::string& vid, int32_t number) {
-        return EventBuilder("vid", EventType::IDENTITY, EventSource::REQUEST_IDENTITY)
-            .SetData(MakeData({{"vid", vid}}))
-            .SetEventNumber(number)
-            .Build();
-    };
-    // A marker dispatched after a configuration is published is numbered after its state.
-    auto number_now = [&] {
-        auto marker =
-            EventBuilder("mark", EventType::Get("velmora.test"), EventSource::Get("velmora.test.mark")).Build();
-        harness.hub->Dispatch(marker);
-        return marker->GetEventNumber();
-    };
-    harness.Configure({{"global.privacy", "optedin"}});
-    const int32_t opted_in_at = number_now();
-    harness.Configure({{"global.privacy", "optedout"}});
-    const int32_t opted_out_at = number_now();
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {numbered("first", opted_in_at), numbered("second", opted_out_at)};
-        identity->ProcessEventQueue();
-        EXPECT_TRUE(identity->event_queue.empty());
-        EXPECT_EQ(identity->user_identifier, "first");
-    });
-
-    // At an opt-out the queue is cleared: each request but a URL one is answered, in order.
-    auto url_first = IdentityRequest(MakeData({{"baseurl", "https://one.example"}}));
-    auto sync = IdentityRequest(MakeData());
-    sync->GetData()->PutBoolean("issyncevent", true);
-    auto vid = IdentityRequest(MakeData({{"vid", "user"}}));
-    auto url_second = IdentityRequest(MakeData({{"baseurl", "https://two.example"}}));
-    auto plain = IdentityRequest(MakeData());
-
-    harness.RunInIdentityQueue([&] {
-        identity->event_queue = {url_first, sync, vid, url_second, plain};
-        identity->ClearEventsQueue();
-        EXPECT_EQ(identity->event_queue, (std::deque<std::shared_ptr<Event>>{url_first, url_second}));
-        identity->event_queue.clear();
-    });
-    Settle(harness);
-    for (const auto& event : {sync, vid, plain}) {
-        auto responses = ResponsesTo(harness, event->GetResponsePairID());
-        ASSERT_EQ(responses.size(), 1u);
-        EXPECT_TRUE(responses[0]->GetName() == "IDENTITY_RESPONSE" && responses[0]->GetData()->ContainsKey("lastsync"));
-    }
-
-    // Without any configuration module the defaults decide: nothing waits.
-    ASSERT_TRUE(harness.hub->UnregisterModule(ConfigurationExtension::SHARED_STATE_NAME));
-    LogCapture log;
-    auto request = harness.DispatchIdentityRequest(MakeData());
-    EXPECT_NE(harness.WaitForResponse(request->GetResponsePairID()), nullptr);
-    EXPECT_EQ(log.Count("Current config state is null. Using defaults"), 1u);
 }
