@@ -97,6 +97,12 @@ TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheSt
     std::shared_ptr<Variant> values;
     ASSERT_TRUE(update->GetData()->GetVariant("config.update", values));
     EXPECT_EQ(StringUtils::ToString(*values), "{global.privacy: \"optedout\"}");
+    // The configuration takes it and the module wipes on its own queue; the checks below need that done.
+    ASSERT_TRUE(WaitFor([&] {
+        bool out = false;
+        harness.RunInIdentityQueue([&] { out = identity->privacy_status == MobilePrivacyStatus::OPT_OUT; });
+        return out;
+    }));
 
     // The record handed out is reused until a field changes: each field alone must renew it.
     namespace Keys = IdentityConstants::EventDataKeys::Identity;
@@ -119,7 +125,6 @@ TEST(IdentityResponseApplicationTest, OnlyAnAnswerWithAMidAndNoErrorChangesTheSt
 
     // An opted-out module keeps and saves nothing, yet still answers.
     const std::string kept = Fields(harness);
-    harness.RunInIdentityQueue([&] { identity->privacy_status = MobilePrivacyStatus::OPT_OUT; });
     store->Remove("VELMORAMOBILE_PERSISTED_MID_BLOB");
     EXPECT_EQ(apply(Answer("server-mid", "new-blob"), "pair-4"), (Strings{"", "pair-4"}));
     EXPECT_EQ(Fields(harness), kept);
