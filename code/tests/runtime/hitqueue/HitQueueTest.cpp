@@ -38,10 +38,10 @@ TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRo
         });
     }
     for (auto& producer : producers) producer.join();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 60 && queue->GetSize() == 0; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 60 && queue->GetSize() == 0; }));
     auto payloads = parts.processor->Payloads();
     EXPECT_EQ(std::set<std::string>(payloads.begin(), payloads.end()).size(), 60u);
-    EXPECT_EQ(parts.processor->Overlaps(), 0);
+    EXPECT_EQ(parts.processor->overlaps.load(), 0);
 }
 
 // A hit in process while its rows are deleted: its answer may not touch a newer row that took its key.
@@ -63,9 +63,9 @@ TEST_F(HitQueueTest, ADoneHitDeletesItsOwnRowNotANewerOneThatTookItsKey) {
     queue->Queue(MakeHit("new"));
     EXPECT_EQ(SqlRows(File(), "SELECT ID FROM TEST_HITS"), (std::vector<std::vector<std::string>>{{"1"}}));
     gate.Open();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 1; }));
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
     EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
     EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "new"}));
     EXPECT_TRUE(SqlRows(File(), "SELECT * FROM TEST_HITS").empty());
@@ -87,11 +87,11 @@ TEST_F(HitQueueTest, ARetryWaitsItsFullTimeAlsoAcrossSuspendAndBringOnline) {
     auto queue = parts.Build();
     for (const char* payload : {"a", "b"}) queue->Queue(MakeHit(payload));
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 1; }));
     // A privacy change to unknown and back must not let the server be asked again at once.
     queue->Suspend();
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->Finished() == 3; }));
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->finished == 3; }));
     EXPECT_GE(attempts[1] - attempts[0], wait);
     EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "a", "b", "b"}));
     EXPECT_TRUE(log.Contains("Processing hit 2 of table TEST_HITS failed: socket exploded"));
