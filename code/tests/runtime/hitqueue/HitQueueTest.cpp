@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <set>
 #include <thread>
@@ -12,7 +11,6 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
 
-using namespace VelmoraMobile;
 using namespace VelmoraTest;
 using std::chrono::milliseconds;
 using Payloads = std::vector<std::string>;

@@ -11,7 +11,6 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
 
-using namespace VelmoraMobile;
 using namespace VelmoraTest;
 using Rows = std::vector<std::vector<std::string>>;
 using Strings = std::vector<std::string>;
