@@ -7,7 +7,6 @@
 #include "tests/support/WaitFor.h"
 
 using namespace VelmoraTest;
-using Rows = std::vector<std::vector<std::string>>;
 
 namespace {
 

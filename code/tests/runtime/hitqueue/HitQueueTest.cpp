@@ -13,7 +13,6 @@
 
 using namespace VelmoraTest;
 using std::chrono::milliseconds;
-using Payloads = std::vector<std::string>;
 using HitQueueTest = HitQueueFixture;
 
 TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRowOnce) {
@@ -65,7 +64,7 @@ TEST_F(HitQueueTest, ADoneHitDeletesItsOwnRowNotANewerOneThatTookItsKey) {
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
     EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
-    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "new"}));
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"a", "new"}));
     EXPECT_TRUE(SqlRows(File(), "SELECT * FROM TEST_HITS").empty());
 }
 
@@ -91,7 +90,7 @@ TEST_F(HitQueueTest, ARetryWaitsItsFullTimeAlsoAcrossSuspendAndBringOnline) {
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->finished == 3; }));
     EXPECT_GE(attempts[1] - attempts[0], wait);
-    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "a", "b", "b"}));
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"a", "a", "b", "b"}));
     EXPECT_TRUE(log.Contains("Processing hit 2 of table TEST_HITS failed: socket exploded"));
 }
 
@@ -113,9 +112,9 @@ TEST_F(HitQueueTest, AHitInProcessAtDisposeIsKeptIfItFailedAndDeletedIfItWentOut
             EXPECT_FALSE(queue->Dispose(milliseconds(10)));
             gate.Open();
             EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
-            EXPECT_EQ(first.processor->Payloads(), (Payloads{"slow"}));
+            EXPECT_EQ(first.processor->Payloads(), (Strings{"slow"}));
         }
-        Payloads left = answer == HitProcessResult::RETRY ? Payloads{"slow", "b"} : Payloads{"b"};
+        Strings left = answer == HitProcessResult::RETRY ? Strings{"slow", "b"} : Strings{"b"};
         QueueParts second(dir);
         auto queue = second.Build();
         queue->BringOnline();

@@ -12,8 +12,6 @@
 #include "tests/support/WaitFor.h"
 
 using namespace VelmoraTest;
-using Rows = std::vector<std::vector<std::string>>;
-using Strings = std::vector<std::string>;
 
 namespace {
 

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <locale>
 #include <optional>
 #include <string>
 #include <tuple>
 
-#include "runtime/services/LocaleNameFacet.h"
 #include "runtime/services/SystemInfoService.h"
 #include "runtime/services/helpers/ContextData.h"
 #include "runtime/services/helpers/NetworkConnectionUtil.h"
@@ -55,8 +53,6 @@ TEST(NetworkConnectionUtilTest, LocaleFromTheEnvironmentHeadersAndRecoverableSta
         ScopedEnvironment a("LC_ALL", all), m("LC_MESSAGES", messages), l("LANG", lang);
         EXPECT_EQ(NetworkConnectionUtil::GetLocaleString(SystemInfoService("/tmp").GetSystemLocale()), expected);
     }
-    EXPECT_EQ(NetworkConnectionUtil::GetLocaleString(LocaleNameFacet::Attach(std::locale::classic(), "es_ES.UTF-8")),
-              "es_ES");
     auto headers = NetworkConnectionUtil::GetHeaders("en-US", "");
     EXPECT_EQ(headers.size(), 2u);
     EXPECT_EQ(headers["User-Agent"].rfind("velmora-identity/", 0), 0u);
