@@ -60,9 +60,7 @@ TEST_F(HubTest, OneTimeListenerFiresOnceAndPairBoundListenersHearOnlyTheirPair) 
         hub->Dispatch(EventBuilder(name, EventType::IDENTITY, source).SetPairID(pair).Build());
     };
     once("pair");
-    EXPECT_THROW(
-        hub->RegisterOneTimeListener<RecordingModule>(EventType::IDENTITY, EventSource::RESPONSE_IDENTITY, "p", {}),
-        SdkError);
+    EXPECT_THROW(hub->RegisterOneTimeListener<RecordingModule>(PingType(), PingSource(), "p", {}), SdkError);
     respond(EventSource::RESPONSE_CONTENT, "pair", "wrong source");
     respond(EventSource::RESPONSE_IDENTITY, "other", "wrong pair");
     respond(EventSource::RESPONSE_IDENTITY, "pair", "first");
@@ -189,8 +187,7 @@ TEST_F(HubTest, OnRegisteredRunsBeforeAnyTaskOrListenerOfItsModule) {
     ASSERT_TRUE(recorder->WaitForCount(PingType(), PingSource(), 50));
     ASSERT_TRUE(recorder->Sync(*hub));
     EXPECT_EQ(heard_during_registration.load(), 0u);
-    ASSERT_TRUE(WaitFor([&] { return early_task.load() != 0; }));
-    EXPECT_EQ(early_task.load(), 2);
+    EXPECT_TRUE(WaitFor([&] { return early_task.load() == 2; })) << early_task.load();
     for (const auto& event : recorder->Events()) EXPECT_NE(event, before) << "dispatched before registration";
     hub->Shutdown();
     EXPECT_TRUE(listener->IsFullyUnregistered());

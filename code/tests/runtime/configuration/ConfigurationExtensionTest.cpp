@@ -73,10 +73,7 @@ TEST(ConfigurationExtensionTest, FileUpdateAndRequestArriveAsResponsesAndStatesA
     // "config.update" from another module, answered under the request's pair id.
     auto data = std::make_shared<EventData>();
     data->PutVariantMap("config.update", {{"global.privacy", Variant::FromString("optedout")}});
-    auto request = EventBuilder("Configuration Update From Identity Module", EventType::CONFIGURATION,
-                                EventSource::REQUEST_CONTENT)
-                       .SetData(data)
-                       .Build();
+    auto request = EventBuilder("update", EventType::CONFIGURATION, EventSource::REQUEST_CONTENT).SetData(data).Build();
     setup.hub->Dispatch(request);
     ASSERT_TRUE(setup.WaitForResponses(3));
     EXPECT_EQ(setup.Responses()[2]->GetResponsePairID(), request->GetResponsePairID());
