@@ -95,7 +95,6 @@ TEST(ConfigurationExtensionTest, FileUpdateAndRequestArriveAsResponsesAndStatesA
     }
     ASSERT_TRUE(setup.listener->Sync(*setup.hub));
     EXPECT_EQ(setup.Responses().size(), 3u);
-    EXPECT_EQ(setup.State(nullptr, "ondaraCloud.org"), "NEW@Velmora");
 }
 
 // Over two starts on one data folder: the stored changes are published before any file, a stored
