@@ -8,13 +8,7 @@
 
 using namespace VelmoraTest;
 
-namespace {
-
-struct HitQueueStorageTest : HitQueueFixture {
-    Rows Sql(const std::string& sql) const { return SqlRows(File(), sql); }
-};
-
-}  // namespace
+using HitQueueStorageTest = HitQueueFixture;
 
 TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     LogCapture log;

@@ -58,14 +58,14 @@ TEST_F(HitQueueTest, ADoneHitDeletesItsOwnRowNotANewerOneThatTookItsKey) {
     queue->Suspend();
     EXPECT_TRUE(queue->DeleteAllHits());
     queue->Queue(MakeHit("new"));
-    EXPECT_EQ(SqlRows(File(), "SELECT ID FROM TEST_HITS"), (std::vector<std::vector<std::string>>{{"1"}}));
+    EXPECT_EQ(Sql("SELECT ID FROM TEST_HITS"), (Rows{{"1"}}));
     gate.Open();
     ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 1; }));
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
     EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
     EXPECT_EQ(parts.processor->Payloads(), (Strings{"a", "new"}));
-    EXPECT_TRUE(SqlRows(File(), "SELECT * FROM TEST_HITS").empty());
+    EXPECT_TRUE(Sql("SELECT * FROM TEST_HITS").empty());
 }
 
 // A retry, or a processor that throws, keeps the row and its place.

@@ -134,12 +134,13 @@ struct QueueParts {
     }
 };
 
-/// A short retry wait for the test, and a data folder.
+/// A short retry wait for the test, and a data folder with its hit file.
 class HitQueueFixture : public ::testing::Test {
 protected:
     void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
     void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
     std::string File() const { return dir_.File(TestHitSchema::DATABASE); }
+    Rows Sql(const std::string& sql) const { return SqlRows(File(), sql); }
 
     TempDir dir_;
 };

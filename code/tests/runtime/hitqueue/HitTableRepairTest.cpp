@@ -16,8 +16,8 @@ using namespace VelmoraTest;
 namespace {
 
 struct HitTableRepairTest : HitQueueFixture {
-    void Sql(const Strings& statements) const {
-        for (const auto& sql : statements) SqlRows(File(), sql);
+    void Run(const Strings& statements) const {
+        for (const auto& sql : statements) Sql(sql);
     }
     Strings Aside(const std::string& label) const { return FilesAside(dir_.Path(), TestHitSchema::DATABASE, label); }
 };
@@ -26,12 +26,12 @@ struct HitTableRepairTest : HitQueueFixture {
 
 // Rows are carried one by one: those the schema cannot take stay behind, in the file moved aside.
 TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsReadableRowsCarriedOver) {
-    Sql({"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
+    Run({"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
          "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1')",
          "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2')",
          "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3')",
          "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)"});
-    Rows before = SqlRows(File(), "SELECT * FROM TEST_HITS");
+    Rows before = Sql("SELECT * FROM TEST_HITS");
     LogCapture log;
     QueueParts parts(dir_);
     auto queue = parts.Build();
@@ -44,7 +44,7 @@ TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsRead
                        "INTEGER); moved the file to " +
                        aside[0] + " and made a new table, carrying over 1 of 4 rows"}));
     EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM TEST_HITS"), before);
-    EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD, COUNT FROM TEST_HITS"), (Rows{{"1", "old-1", "1"}}));
+    EXPECT_EQ(Sql("SELECT ID, PAYLOAD, COUNT FROM TEST_HITS"), (Rows{{"1", "old-1", "1"}}));
     ASSERT_TRUE(queue->Queue(MakeHit("new")));
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
@@ -129,7 +129,7 @@ TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIs
     auto queue = parts.Build();
     ASSERT_TRUE(queue->Queue(MakeHit("a", 1)));
     // Another program swaps the table under the open queue for one that refuses every insert.
-    Sql({"CREATE TABLE OLD AS SELECT * FROM TEST_HITS", "DROP TABLE TEST_HITS",
+    Run({"CREATE TABLE OLD AS SELECT * FROM TEST_HITS", "DROP TABLE TEST_HITS",
          "CREATE TABLE TEST_HITS (ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT "
          "INTEGER, EXTRA TEXT NOT NULL)",
          "INSERT INTO TEST_HITS SELECT *, 'x' FROM OLD", "DROP TABLE OLD"});
@@ -143,7 +143,7 @@ TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIs
                        "Table TEST_HITS of " + File() +
                            " does not match its schema (extra column EXTRA TEXT NOT NULL); moved the file to " +
                            aside[0] + " and made a new table, carrying over 1 of 1 row"}));
-    EXPECT_EQ(SqlRows(File(), "SELECT ID, PAYLOAD FROM TEST_HITS ORDER BY ID"), (Rows{{"1", "a"}, {"2", "b"}}));
+    EXPECT_EQ(Sql("SELECT ID, PAYLOAD FROM TEST_HITS ORDER BY ID"), (Rows{{"1", "a"}, {"2", "b"}}));
     EXPECT_FALSE(queue->IsInMemory());
 }
 
@@ -153,7 +153,7 @@ TEST_F(HitTableRepairTest, AFileThatTakesNoMoreWritesLeavesTheRunInMemoryAndTheF
     QueueParts parts(dir_);
     auto queue = parts.Build();
     ASSERT_TRUE(queue->Queue(MakeHit("stored")));
-    SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
+    Sql("PRAGMA wal_checkpoint(TRUNCATE)");
     LogCapture log;
     {
         FullDisk full;
@@ -169,5 +169,5 @@ TEST_F(HitTableRepairTest, AFileThatTakesNoMoreWritesLeavesTheRunInMemoryAndTheF
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
     EXPECT_EQ(parts.processor->Payloads(), (Strings{"while full", "later"}));
-    EXPECT_EQ(SqlRows(File(), "SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"stored"}}));
+    EXPECT_EQ(Sql("SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"stored"}}));
 }
