@@ -16,9 +16,6 @@ using namespace VelmoraTest;
 namespace {
 
 struct HitTableRepairTest : HitQueueFixture {
-    void Run(const Strings& statements) const {
-        for (const auto& sql : statements) Sql(sql);
-    }
     Strings Aside(const std::string& label) const { return FilesAside(dir_.Path(), TestHitSchema::DATABASE, label); }
 };
 
@@ -26,11 +23,11 @@ struct HitTableRepairTest : HitQueueFixture {
 
 // Rows are carried one by one: those the schema cannot take stay behind, in the file moved aside.
 TEST_F(HitTableRepairTest, ATableOfAnotherShapeIsMovedAsideWithItsFileAndItsReadableRowsCarriedOver) {
-    Run({"CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT)",
-         "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1')",
-         "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2')",
-         "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3')",
-         "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)"});
+    Sql("CREATE TABLE TEST_HITS (ID TEXT, PAYLOAD BLOB, TIMESTAMP TEXT, COUNT TEXT);"
+        "INSERT INTO TEST_HITS VALUES ('a', 'old-1', '1700000001', '1');"
+        "INSERT INTO TEST_HITS VALUES ('b', X'00', '1700000002', '2');"
+        "INSERT INTO TEST_HITS VALUES ('c', 'old-3', 'soon', '3');"
+        "INSERT INTO TEST_HITS VALUES ('d', 'old-4', 1700000004, NULL)");
     Rows before = Sql("SELECT * FROM TEST_HITS");
     LogCapture log;
     QueueParts parts(dir_);
@@ -129,10 +126,9 @@ TEST_F(HitTableRepairTest, AWriteThatFailsOnATableChangedAtRunTimeRepairsItAndIs
     auto queue = parts.Build();
     ASSERT_TRUE(queue->Queue(MakeHit("a", 1)));
     // Another program swaps the table under the open queue for one that refuses every insert.
-    Run({"CREATE TABLE OLD AS SELECT * FROM TEST_HITS", "DROP TABLE TEST_HITS",
-         "CREATE TABLE TEST_HITS (ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT "
-         "INTEGER, EXTRA TEXT NOT NULL)",
-         "INSERT INTO TEST_HITS SELECT *, 'x' FROM OLD", "DROP TABLE OLD"});
+    Sql("CREATE TABLE OLD AS SELECT * FROM TEST_HITS; DROP TABLE TEST_HITS;"
+        "CREATE TABLE TEST_HITS (ID INTEGER PRIMARY KEY AUTOINCREMENT, PAYLOAD TEXT, TIMESTAMP INTEGER, COUNT "
+        "INTEGER, EXTRA TEXT NOT NULL); INSERT INTO TEST_HITS SELECT *, 'x' FROM OLD; DROP TABLE OLD");
     LogCapture log;
     EXPECT_TRUE(queue->Queue(MakeHit("b", 2)));
     Strings aside = Aside("mismatch");
