@@ -6,23 +6,14 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
 
-using namespace VelmoraMobile;
 using namespace VelmoraTest;
-using Rows = std::vector<std::vector<std::string>>;
 
-namespace {
-
-struct HitQueueStorageTest : HitQueueFixture {
-    Rows Sql(const std::string& sql) const { return SqlRows(File(), sql); }
-};
-
-}  // namespace
+using HitQueueStorageTest = HitQueueFixture;
 
 TEST_F(HitQueueStorageTest, RowsFollowTheSchemaAndAreUpdatedQueriedAndReset) {
     LogCapture log;
     QueueParts parts(dir_);
     auto queue = parts.Build();
-    EXPECT_EQ(Sql("PRAGMA journal_mode"), (Rows{{"wal"}}));
     for (int i = 1; i <= 3; ++i) ASSERT_TRUE(queue->Queue(MakeHit(std::string(1, char('a' + i - 1)), i)));
     queue->DeleteHitWithIdentifier("2");
     ASSERT_TRUE(queue->Queue(MakeHit("d", 4)));
@@ -76,11 +67,11 @@ TEST_F(HitQueueStorageTest, RowsQueuedBeforeUpdateEarlierHitsAreHandedOverWithIt
     ASSERT_TRUE(queue->Queue(MakeHit("c", 3)));
     EXPECT_EQ(Sql("SELECT COUNT FROM TEST_HITS ORDER BY ID"), (Rows{{"1"}, {"2"}, {"3"}}));
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 3; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 3; }));
     // A fresh file numbers its rows anew: the mark goes with the old one.
     queue->Reset();
     ASSERT_TRUE(queue->Queue(MakeHit("d", 4)));
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 4; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 4; }));
     EXPECT_EQ(counts, (std::vector<int32_t>{-1, -1, 3, 4}));
 }
 
@@ -98,7 +89,7 @@ TEST_F(HitQueueStorageTest, ARowReadAsTheQueueEndsIsNotProcessedAndStays) {
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return read.load(); }));
     ASSERT_TRUE(queue->Dispose(std::chrono::seconds(10)));
-    EXPECT_EQ(parts.processor->Finished(), 0u);
+    EXPECT_EQ(parts.processor->finished.load(), 0u);
     EXPECT_EQ(Sql("SELECT PAYLOAD FROM TEST_HITS"), (Rows{{"a"}}));
 }
 
@@ -112,7 +103,7 @@ TEST_F(HitQueueStorageTest, UnreadableRowIsLoggedOncePassedOverAndKept) {
     queue->BringOnline();
     ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 1; }));
     queue->Queue(MakeHit("d"));
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 3 && queue->GetSize() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 3 && queue->GetSize() == 1; }));
     EXPECT_EQ(parts.processor->Payloads(), (std::vector<std::string>{"a", "c", "d"}));
     EXPECT_EQ(Sql("SELECT ID, PAYLOAD FROM TEST_HITS"), (Rows{{"2", "b"}}));
     EXPECT_EQ(log.Count("Row 2 of table TEST_HITS cannot be read; it is passed over and stays in the file"), 1u);

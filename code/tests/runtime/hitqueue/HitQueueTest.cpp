@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <set>
 #include <thread>
@@ -12,10 +11,8 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
 
-using namespace VelmoraMobile;
 using namespace VelmoraTest;
 using std::chrono::milliseconds;
-using Payloads = std::vector<std::string>;
 using HitQueueTest = HitQueueFixture;
 
 TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRowOnce) {
@@ -38,10 +35,10 @@ TEST_F(HitQueueTest, BringOnlineFromSeveralProducersMakesOneWorkerAndSendsEachRo
         });
     }
     for (auto& producer : producers) producer.join();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 60 && queue->GetSize() == 0; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 60 && queue->GetSize() == 0; }));
     auto payloads = parts.processor->Payloads();
     EXPECT_EQ(std::set<std::string>(payloads.begin(), payloads.end()).size(), 60u);
-    EXPECT_EQ(parts.processor->Overlaps(), 0);
+    EXPECT_EQ(parts.processor->overlaps.load(), 0);
 }
 
 // A hit in process while its rows are deleted: its answer may not touch a newer row that took its key.
@@ -61,14 +58,14 @@ TEST_F(HitQueueTest, ADoneHitDeletesItsOwnRowNotANewerOneThatTookItsKey) {
     queue->Suspend();
     EXPECT_TRUE(queue->DeleteAllHits());
     queue->Queue(MakeHit("new"));
-    EXPECT_EQ(SqlRows(File(), "SELECT ID FROM TEST_HITS"), (std::vector<std::vector<std::string>>{{"1"}}));
+    EXPECT_EQ(Sql("SELECT ID FROM TEST_HITS"), (Rows{{"1"}}));
     gate.Open();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 1; }));
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 2; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 2; }));
     EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
-    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "new"}));
-    EXPECT_TRUE(SqlRows(File(), "SELECT * FROM TEST_HITS").empty());
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"a", "new"}));
+    EXPECT_TRUE(Sql("SELECT * FROM TEST_HITS").empty());
 }
 
 // A retry, or a processor that throws, keeps the row and its place.
@@ -87,13 +84,13 @@ TEST_F(HitQueueTest, ARetryWaitsItsFullTimeAlsoAcrossSuspendAndBringOnline) {
     auto queue = parts.Build();
     for (const char* payload : {"a", "b"}) queue->Queue(MakeHit(payload));
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return parts.processor->Finished() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return parts.processor->finished == 1; }));
     // A privacy change to unknown and back must not let the server be asked again at once.
     queue->Suspend();
     queue->BringOnline();
-    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->Finished() == 3; }));
+    ASSERT_TRUE(WaitFor([&] { return queue->GetSize() == 0 && parts.processor->finished == 3; }));
     EXPECT_GE(attempts[1] - attempts[0], wait);
-    EXPECT_EQ(parts.processor->Payloads(), (Payloads{"a", "a", "b", "b"}));
+    EXPECT_EQ(parts.processor->Payloads(), (Strings{"a", "a", "b", "b"}));
     EXPECT_TRUE(log.Contains("Processing hit 2 of table TEST_HITS failed: socket exploded"));
 }
 
@@ -111,13 +108,12 @@ TEST_F(HitQueueTest, AHitInProcessAtDisposeIsKeptIfItFailedAndDeletedIfItWentOut
             for (const char* payload : {"slow", "b"}) queue->Queue(MakeHit(payload));
             queue->BringOnline();
             ASSERT_TRUE(WaitFor([&] { return gate.Waiting() == 1; }));
-            EXPECT_FALSE(queue->Dispose(milliseconds(0)));
             EXPECT_FALSE(queue->Dispose(milliseconds(10)));
             gate.Open();
             EXPECT_TRUE(queue->Dispose(std::chrono::seconds(20)));
-            EXPECT_EQ(first.processor->Payloads(), (Payloads{"slow"}));
+            EXPECT_EQ(first.processor->Payloads(), (Strings{"slow"}));
         }
-        Payloads left = answer == HitProcessResult::RETRY ? Payloads{"slow", "b"} : Payloads{"b"};
+        Strings left = answer == HitProcessResult::RETRY ? Strings{"slow", "b"} : Strings{"b"};
         QueueParts second(dir);
         auto queue = second.Build();
         queue->BringOnline();

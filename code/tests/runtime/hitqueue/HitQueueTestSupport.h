@@ -84,14 +84,14 @@ public:
     std::function<HitProcessResult(const std::shared_ptr<TestHit>&)> script;
 
     HitProcessResult Process(const std::shared_ptr<TestHit>& hit) override {
-        if (in_process_++ != 0) ++overlaps_;
+        if (in_process_++ != 0) ++overlaps;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             payloads_.push_back(hit->payload);
         }
         HitProcessResult result = script ? script(hit) : HitProcessResult::DONE;
         --in_process_;
-        ++finished_;
+        ++finished;
         return result;
     }
 
@@ -99,15 +99,14 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return payloads_;
     }
-    size_t Finished() const { return finished_.load(); }
-    int Overlaps() const { return overlaps_.load(); }
+
+    std::atomic<size_t> finished{0};  // hits answered
+    std::atomic<int> overlaps{0};     // calls made while another was in process
 
 private:
     mutable std::mutex mutex_;
     std::vector<std::string> payloads_;
-    std::atomic<size_t> finished_{0};
     std::atomic<int> in_process_{0};
-    std::atomic<int> overlaps_{0};
 };
 
 using TestHitQueue = HitQueue<TestHit, TestHitSchema, TestHitProcessor>;
@@ -135,12 +134,13 @@ struct QueueParts {
     }
 };
 
-/// A short retry wait for the test, and a data folder.
+/// A short retry wait for the test, and a data folder with its hit file.
 class HitQueueFixture : public ::testing::Test {
 protected:
     void SetUp() override { HitQueueBase::SetRetryWait(std::chrono::milliseconds(20)); }
     void TearDown() override { HitQueueBase::SetRetryWait(std::chrono::seconds(30)); }
     std::string File() const { return dir_.File(TestHitSchema::DATABASE); }
+    Rows Sql(const std::string& sql) const { return SqlRows(File(), sql); }
 
     TempDir dir_;
 };

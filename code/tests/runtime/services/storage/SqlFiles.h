@@ -13,7 +13,9 @@
 
 namespace VelmoraTest {
 
-using SqlTextRows = std::vector<std::vector<std::string>>;
+using Strings = std::vector<std::string>;
+using SqlTextRows = std::vector<Strings>;
+using Rows = SqlTextRows;
 
 /// Runs `sql` on the file (made when missing); each column as text ("NULL" for null).
 inline SqlTextRows SqlRows(const std::string& path, const std::string& sql) {

@@ -1,8 +1,10 @@
-// A damaged data store file, one with a table of another shape, or one that takes no more writes:
-// the values that can still be read are kept, above all a stored opt-out, and nothing is deleted.
+// The data store: values of their own types in stores of their own, writes made together, and
+// files that are damaged, of another shape, or take no more writes. From those the values that
+// can still be read are kept, above all a stored opt-out, and nothing is deleted.
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,19 +17,21 @@
 
 using namespace VelmoraMobile;
 using namespace VelmoraTest;
-using Strings = std::vector<std::string>;
-using Rows = std::vector<Strings>;
 
 namespace {
 
 const char* const CONFIG = "com.velmora.module.configuration";
 const char* const OPT_OUT = R"({"global.privacy":"optedout"})";
 
-class DataStoreRepairTest : public ::testing::Test {
+class DataStoreTest : public ::testing::Test {
 protected:
     std::string File() const { return dir_.File(SqliteLocalStorageService::FILE_NAME); }
     std::shared_ptr<DataStoreInterface> Store(const std::string& name) {
         return services_->GetLocalStorageService()->GetDataStore(name);
+    }
+    /// The store as a new start on the same folder reads it.
+    std::shared_ptr<DataStoreInterface> Reopened(const std::string& name) const {
+        return PlatformServices(dir_.Path()).GetLocalStorageService()->GetDataStore(name);
     }
 
     TempDir dir_;
@@ -36,7 +40,61 @@ protected:
 
 }  // namespace
 
-TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAreStillRead) {
+// Values keep their type: the same number under another type is another value, and a read of
+// another type gives the default. Writes together are one commit: no other reader sees any of them
+// before the call returns, and a nested unit joins the outer one.
+TEST_F(DataStoreTest, TypedValuesAndWritesTogetherSurviveReopeningInTheirOwnStore) {
+    const std::string with_nul("a\0b\xFF", 4);
+    const std::string count_sql = "SELECT COUNT(*) FROM data_stores WHERE key IN ('a', 'b')";
+    auto store = Store("visitorIDServiceDataStore");
+    store->SetString("empty", "");
+    store->SetString("binary", with_nul);
+    store->SetLong("big", INT64_MIN);
+    store->SetBoolean("no", false);
+    store->SetBoolean("flag", true);
+    store->SetLong("flag", 1);
+    store->WriteTogether([&] {
+        store->SetString("a", "1");
+        store->WriteTogether([&] { store->SetLong("b", 2); });
+        EXPECT_EQ(store->GetString("a", ""), "1");  // the unit reads its own writes
+        EXPECT_EQ(SqlRows(File(), count_sql), SqlTextRows({{"0"}}));
+    });
+    EXPECT_EQ(SqlRows(File(), count_sql), SqlTextRows({{"2"}}));
+    Store("other")->SetString("text", "other");
+    Store("other")->RemoveAll();
+    store.reset();
+    services_.reset();
+    store = Reopened("visitorIDServiceDataStore");
+    EXPECT_TRUE(store->Contains("empty"));
+    EXPECT_EQ(store->GetString("binary", "d"), with_nul);
+    EXPECT_EQ(store->GetLong("big", 0), INT64_MIN);
+    EXPECT_FALSE(store->GetBoolean("no", true));
+    EXPECT_EQ(store->GetString("big", "fallback"), "fallback");
+    EXPECT_EQ(store->GetLong("flag", 0), 1);
+    EXPECT_FALSE(store->GetBoolean("flag", false));
+    EXPECT_EQ(store->GetString("a", ""), "1");
+    EXPECT_EQ(store->GetLong("b", 0), 2);
+    EXPECT_FALSE(Reopened("other")->Contains("text"));
+}
+
+TEST_F(DataStoreTest, GarbageFileIsMovedAsideAndUnusableFolderKeepsValuesInMemory) {
+    services_.reset();
+    std::ofstream(File(), std::ios::binary) << "this is not a database, just some text long enough to be read as a "
+                                               "header..........................................................";
+    LogCapture capture;
+    Reopened("s")->SetString("key", "value");
+    EXPECT_TRUE(capture.ContainsFragment("is damaged"));
+    EXPECT_EQ(Reopened("s")->GetString("key", ""), "value");
+
+    PlatformServices services(File());  // a file, not a folder
+    auto in_memory = services.GetLocalStorageService()->GetDataStore("s");
+    in_memory->SetString("key", "for this run");
+    EXPECT_EQ(in_memory->GetString("key", ""), "for this run");
+    EXPECT_TRUE(capture.ContainsFragment("; this run keeps its values in memory and leaves the file as it is"));
+    EXPECT_EQ(Reopened("s")->GetString("key", ""), "value");
+}
+
+TEST_F(DataStoreTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAreStillRead) {
     services_.reset();
     SqlRows(File(),
             "CREATE TABLE data_stores (store TEXT NOT NULL, key TEXT NOT NULL, type INTEGER NOT NULL, value, "
@@ -58,11 +116,10 @@ TEST_F(DataStoreRepairTest, ATableOfAnotherShapeIsSetAsideAndItsReadableValuesAr
     EXPECT_FALSE(Store("ids")->Contains("broken"));
     EXPECT_EQ(SqlRows(aside[0], "SELECT * FROM data_stores"), before);
     config->SetString("after", "stored");
-    EXPECT_EQ(PlatformServices(dir_.Path()).GetLocalStorageService()->GetDataStore(CONFIG)->GetString("after", ""),
-              "stored");
+    EXPECT_EQ(Reopened(CONFIG)->GetString("after", ""), "stored");
 }
 
-TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
+TEST_F(DataStoreTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     const int keys = 300;
     const std::string filler(100, 'v');
     Store(CONFIG)->SetString("config.changes", OPT_OUT);
@@ -91,7 +148,7 @@ TEST_F(DataStoreRepairTest, ADamagedPageFoundAtAReadCostsOnlyItsOwnValues) {
     EXPECT_EQ(Store("zzz")->GetLong("touch", 0), 1);
 }
 
-TEST_F(DataStoreRepairTest, AFileThatTakesNoMoreWritesKeepsTheRunGoingInMemoryFromWhatItHolds) {
+TEST_F(DataStoreTest, AFileThatTakesNoMoreWritesKeepsTheRunGoingInMemoryFromWhatItHolds) {
     Store(CONFIG)->SetString("config.changes", OPT_OUT);
     Store("ids")->SetLong("ttl", 600);
     SqlRows(File(), "PRAGMA wal_checkpoint(TRUNCATE)");
