@@ -57,14 +57,14 @@ protected:
         return result;
     }
 
-    // ShouldSync with the last sync `seconds_ago`; retried until the clock did not tick meanwhile.
-    bool ShouldSyncAfter(int64_t seconds_ago, const StringMap& dpids, const Config& config) {
+    // ShouldSync with the last sync `seconds_ago` (and no ids); retried until the clock did not tick meanwhile.
+    bool ShouldSyncAfter(int64_t seconds_ago, const StringMap& dpids, const Config& config, bool force = false) {
         bool result = false;
         for (bool steady = false; !steady;) {
             harness.RunInIdentityQueue([&] {
                 int64_t before = TimeUtils::GetUnixTimeInSeconds();
                 harness.identity->last_sync = std::chrono::seconds(before - seconds_ago);
-                result = harness.identity->ShouldSync({}, dpids, false, config);
+                result = harness.identity->ShouldSync({}, dpids, force, config);
                 steady = before == TimeUtils::GetUnixTimeInSeconds();
             });
         }
@@ -89,6 +89,7 @@ TEST_F(IdentitySyncTest, TimeToLiveIsStrictAMissingMidIsMadeAndAdvertisingAndPus
     EXPECT_FALSE(ShouldSyncAfter(600, {}, config));
     EXPECT_TRUE(ShouldSyncAfter(601, {}, config));
     EXPECT_TRUE(ShouldSyncAfter(0, {{"20920", ""}}, config));
+    EXPECT_TRUE(ShouldSyncAfter(0, {}, config, true));
 
     // A missing MID is made even when the configuration may not sync.
     LogCapture capture(LoggingMode::DEBUG_LOG);
