@@ -39,7 +39,7 @@ std::vector<std::shared_ptr<VisitorId>> Identity::ConvertVisitorIDsStringToVisit
         return ids;
     }
     // Read in place: a start reads every stored id, and copies of each part and field cost
-    // several allocations per id. Only the bad entries' log lines make strings.
+    // several allocations per id.
     const char* tag = LOG_PREFIX.c_str();
     const std::string_view delimiter = IdentityConstants::Default::CID_DELIMITER;
     const std::string_view all = text;
@@ -49,25 +49,25 @@ std::vector<std::shared_ptr<VisitorId>> Identity::ConvertVisitorIDsStringToVisit
         const std::string_view part = all.substr(start, end - start);
         start = end + 1;
         if (part.empty()) {
-            Log::Debug(tag, "ID Service - Unable to load Customer ID from empty string: %@", std::string());
+            Log::Debug(tag, "ID Service - Unable to load Customer ID from empty string: %@", part);
             continue;
         }
         const size_t equals = part.find('=');
         if (equals == std::string_view::npos) {
-            Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults: %@", std::string(part));
+            Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults: %@", part);
             continue;
         }
         const std::string_view name = part.substr(0, equals);
         const std::string_view value = part.substr(equals + 1);
         if (name.empty() || value.empty()) {
             Log::Debug(tag, "ID Service - Unable to load Customer ID from defaults, name or value was undefined: %@",
-                       std::string(part));
+                       part);
             continue;
         }
         const size_t first = value.find(delimiter);
         const size_t second = first == std::string_view::npos ? first : value.find(delimiter, first + delimiter.size());
         if (second == std::string_view::npos || value.find(delimiter, second + delimiter.size()) != value.npos) {
-            Log::Debug(tag, "ID Service - Identifier has malformed value: %@", std::string(value));
+            Log::Debug(tag, "ID Service - Identifier has malformed value: %@", value);
             continue;
         }
         const std::string_view type = value.substr(0, first);

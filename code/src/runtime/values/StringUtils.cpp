@@ -9,6 +9,9 @@ namespace VelmoraMobile {
 void ToStringImpl(std::ostream& out, const std::string& value, const ToStringOptions&) {
     out << value;
 }
+void ToStringImpl(std::ostream& out, std::string_view value, const ToStringOptions&) {
+    out << value;
+}
 void ToStringImpl(std::ostream& out, const char* value, const ToStringOptions&) {
     out << (value ? value : "null");
 }

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -22,6 +23,7 @@ class ObjectInterface;
 // Text forms of the plain types. Strings are written as they stand: no quotes, never cut,
 // since ids and URL parameters are made through the formatter.
 void ToStringImpl(std::ostream& out, const std::string& value, const ToStringOptions& options);
+void ToStringImpl(std::ostream& out, std::string_view value, const ToStringOptions& options);
 void ToStringImpl(std::ostream& out, const char* value, const ToStringOptions& options);
 void ToStringImpl(std::ostream& out, int value, const ToStringOptions& options);
 void ToStringImpl(std::ostream& out, unsigned int value, const ToStringOptions& options);
