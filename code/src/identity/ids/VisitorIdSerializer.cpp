@@ -73,31 +73,7 @@ std::shared_ptr<Variant> VisitorIdSerializer::MapOf(const VisitorId& value, std:
 
 template <>
 std::shared_ptr<Variant> Variant::FromTypedVector<VisitorId>(const std::vector<std::shared_ptr<VisitorId>>& values) {
-    // Variants are immutable, so the elements share the leaves that repeat from one id to the
-    // next (the origin, the state): a long list costs two allocations fewer per id.
-    VariantVector list;
-    list.reserve(values.size());
-    std::shared_ptr<Variant> origin;
-    const std::string* origin_text = nullptr;  // of an element still in `values`
-    std::shared_ptr<Variant> state;
-    int32_t state_value = 0;
-    for (const auto& element : values) {
-        if (!element) {
-            list.push_back(FromNull());
-            continue;
-        }
-        if (!origin || *origin_text != element->id_origin) {
-            origin = FromString(element->id_origin);
-            origin_text = &element->id_origin;
-        }
-        const auto value = static_cast<int32_t>(element->authentication_state);
-        if (!state || state_value != value) {
-            state = FromInteger(value);
-            state_value = value;
-        }
-        list.push_back(VisitorIdSerializer::MapOf(*element, origin, state));
-    }
-    return FromVariantVector(std::move(list));
+    return FromVariantVector(VisitorIdSerializer::ListOf(values));
 }
 
 template <>

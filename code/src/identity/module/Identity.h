@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -140,18 +141,11 @@ public:
     std::shared_ptr<IdentityHitDatabase> hit_database;
 
 private:
-    // customer_ids as PackageEventData publishes them, with the values they were made from. The
-    // list is rebuilt only when those values changed; the records may be changed in place, so
-    // they are compared by value. Touched only where PackageEventData runs.
-    struct PublishedCustomerId {
-        bool present = false;
-        std::string id_origin;
-        std::string id_type;
-        std::string id;
-        VisitorIdAuthenticationState authentication_state = VisitorIdAuthenticationState::UNKNOWN;
-    };
+    // customer_ids as PackageEventData publishes them, and a copy of the values it is made from:
+    // the records may be changed in place, so they are compared by value, and the list is made
+    // from the copy when first read. Touched only where PackageEventData runs.
     std::shared_ptr<Variant> PublishedCustomerIds();
-    std::vector<PublishedCustomerId> published_customer_ids_source_;
+    std::shared_ptr<const std::vector<std::optional<VisitorId>>> published_customer_ids_source_;
     std::shared_ptr<Variant> published_customer_ids_;
 
     // The record PackageEventData last built, its entries shared by the copies it hands out, and

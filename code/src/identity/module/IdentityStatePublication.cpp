@@ -63,29 +63,28 @@ bool Identity::PublishedRecordIsCurrent(const std::shared_ptr<Variant>& ids) con
 }
 
 std::shared_ptr<Variant> Identity::PublishedCustomerIds() {
-    auto same = [](const PublishedCustomerId& published, const std::shared_ptr<VisitorId>& current) {
+    auto same = [](const std::optional<VisitorId>& published, const std::shared_ptr<VisitorId>& current) {
         if (!current) {
-            return !published.present;
+            return !published;
         }
-        return published.present && published.authentication_state == current->authentication_state &&
-               published.id == current->id && published.id_type == current->id_type &&
-               published.id_origin == current->id_origin;
+        return published && published->authentication_state == current->authentication_state &&
+               published->id == current->id && published->id_type == current->id_type &&
+               published->id_origin == current->id_origin;
     };
-    if (published_customer_ids_ && published_customer_ids_source_.size() == customer_ids.size() &&
-        std::equal(published_customer_ids_source_.begin(), published_customer_ids_source_.end(), customer_ids.begin(),
-                   same)) {
+    const auto& source = published_customer_ids_source_;
+    if (published_customer_ids_ && source->size() == customer_ids.size() &&
+        std::equal(source->begin(), source->end(), customer_ids.begin(), same)) {
         return published_customer_ids_;
     }
-    published_customer_ids_source_.clear();
-    published_customer_ids_source_.reserve(customer_ids.size());
+    auto copy = std::make_shared<std::vector<std::optional<VisitorId>>>();
+    copy->reserve(customer_ids.size());
     for (const auto& current : customer_ids) {
-        PublishedCustomerId published;
-        if (current) {
-            published = {true, current->id_origin, current->id_type, current->id, current->authentication_state};
-        }
-        published_customer_ids_source_.push_back(std::move(published));
+        copy->push_back(current ? std::optional<VisitorId>(*current) : std::nullopt);
     }
-    published_customer_ids_ = Variant::FromTypedVector<VisitorId>(customer_ids);
+    published_customer_ids_source_ = copy;
+    // Most records are never read for their ids (a start answers the MID first), so the four
+    // Variants per id are made by the first reader, from the copy, which nothing changes.
+    published_customer_ids_ = Variant::FromDeferredVector([copy] { return VisitorIdSerializer::ListOf(*copy); });
     return published_customer_ids_;
 }
 

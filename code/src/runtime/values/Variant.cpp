@@ -1,11 +1,18 @@
 #include "runtime/values/Variant.h"
 
+#include <mutex>
 #include <sstream>
 #include <utility>
 
 #include "runtime/values/StringUtils.h"
 
 namespace VelmoraMobile {
+
+struct Variant::DeferredVector {
+    std::once_flag made;
+    std::function<VariantVector()> make;
+    VariantVector elements;
+};
 
 Variant::Variant() = default;
 
@@ -60,6 +67,15 @@ std::shared_ptr<Variant> Variant::FromVariantVector(VariantVector&& value) {
     auto v = std::make_shared<Variant>();
     v->kind_ = VariantKind::VECTOR;
     v->value_ = std::move(value);
+    return v;
+}
+
+std::shared_ptr<Variant> Variant::FromDeferredVector(std::function<VariantVector()> make) {
+    auto deferred = std::make_shared<DeferredVector>();
+    deferred->make = std::move(make);
+    auto v = std::make_shared<Variant>();
+    v->kind_ = VariantKind::VECTOR;
+    v->value_ = std::move(deferred);
     return v;
 }
 
@@ -119,9 +135,22 @@ bool Variant::GetDouble(double& out) const {
     return true;
 }
 
+const Variant::VariantVector& Variant::Elements() const {
+    if (const auto* deferred = std::get_if<std::shared_ptr<DeferredVector>>(&value_)) {
+        DeferredVector& list = **deferred;
+        // Readers on several threads: one makes the elements, the others wait for them.
+        std::call_once(list.made, [&list] {
+            list.elements = list.make();
+            list.make = nullptr;  // releases what the producer held
+        });
+        return list.elements;
+    }
+    return std::get<VariantVector>(value_);
+}
+
 bool Variant::GetVariantVector(VariantVector& out) const {
     if (kind_ != VariantKind::VECTOR) return false;
-    out = std::get<VariantVector>(value_);
+    out = Elements();
     return true;
 }
 
@@ -152,7 +181,7 @@ std::string Variant::ToStringImpl(const ToStringOptions& options) const {
         case VariantKind::LONG: out << std::get<int64_t>(value_); break;
         case VariantKind::BOOLEAN: out << (std::get<int64_t>(value_) ? "true" : "false"); break;
         case VariantKind::DOUBLE: out << std::get<double>(value_); break;
-        case VariantKind::VECTOR: StringUtils::ToString(out, std::get<VariantVector>(value_), options); break;
+        case VariantKind::VECTOR: StringUtils::ToString(out, Elements(), options); break;
         case VariantKind::MAP: StringUtils::ToString(out, std::get<VariantMap>(value_), options); break;
     }
     return out.str();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -40,6 +41,10 @@ public:
     static std::shared_ptr<Variant> FromDouble(double value);
     static std::shared_ptr<Variant> FromVariantVector(const VariantVector& value);
     static std::shared_ptr<Variant> FromVariantVector(VariantVector&& value);
+    /// A vector whose elements `make` produces at the first read of them, once, on the reading
+    /// thread: a producer that publishes a long list on every change pays for the elements only
+    /// when someone reads them. `make` must read nothing that changes after this call.
+    static std::shared_ptr<Variant> FromDeferredVector(std::function<VariantVector()> make);
     static std::shared_ptr<Variant> FromVariantMap(const VariantMap& value);
     static std::shared_ptr<Variant> FromVariantMap(VariantMap&& value);
     static std::shared_ptr<Variant> FromStringMap(const std::map<std::string, std::string>& value);
@@ -77,10 +82,14 @@ public:
     Variant();  // null kind; use the factories
 
 private:
+    struct DeferredVector;
+    // The elements of a vector, made first when they are deferred.
+    const VariantVector& Elements() const;
+
     VariantKind kind_{VariantKind::NULL_KIND};
     // One slot for whichever value the kind holds: lists of many small values (stored ids, event
     // data) cost less than half the bytes of a member per kind. Integers and booleans share the first.
-    std::variant<int64_t, double, std::string, VariantVector, VariantMap> value_;
+    std::variant<int64_t, double, std::string, VariantVector, VariantMap, std::shared_ptr<DeferredVector>> value_;
 };
 
 template <typename T>

@@ -151,6 +151,27 @@ TEST(VariantTest, ReaderOfTheWrongKindLeavesOutUntouched) {
     EXPECT_TRUE(number == 5 && vector.size() == 1u && out == "keep");
 }
 
+TEST(VariantTest, DeferredVectorIsMadeOnceByTheFirstReaderOfAnyThread) {
+    std::atomic<int> made{0};
+    auto list = Variant::FromDeferredVector([&made] {
+        ++made;
+        return Variant::VariantVector{Variant::FromString("a"), Variant::FromInteger(2)};
+    });
+    EXPECT_EQ(list->GetKind(), VariantKind::VECTOR);
+    EXPECT_EQ(made.load(), 0) << "nothing is made before a read";
+    std::vector<std::future<std::string>> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.push_back(std::async(std::launch::async, [&list] { return list->ToStringImpl({}); }));
+    }
+    Variant::VariantVector elements;
+    ASSERT_TRUE(list->GetVariantVector(elements));
+    std::string text;
+    EXPECT_TRUE(elements.size() == 2u && elements[0]->GetString(text) && text == "a");
+    for (auto& reader : readers) {
+        EXPECT_EQ(reader.get(), Variant::FromVariantVector(elements)->ToStringImpl({}));
+    }
+    EXPECT_EQ(made.load(), 1);
+}
 // The texts themselves are read and written by every configuration and privacy test.
 TEST(PrivacyStatusTest, TextIsCaseSensitive) {
     EXPECT_EQ(StringToMobilePrivacyStatus("OPTEDOUT"), MobilePrivacyStatus::UNKNOWN);
