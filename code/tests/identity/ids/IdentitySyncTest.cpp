@@ -173,8 +173,6 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
     auto state = harness.IdentityState(event);
     ASSERT_NE(state, nullptr);
     EXPECT_EQ(state->OptLong("lastsync", -1), 0) << "published before the last sync moves";
-    EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()),
-              (Lines{"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:0"}));
     InQueue([&](Identity& identity) { EXPECT_GE(identity.last_sync.count(), before); });
 
     // Without a hit database nothing is queued, so the last sync stays where it was.
@@ -188,6 +186,10 @@ TEST_F(IdentitySyncTest, AQueuedSyncSendsOnlyItsOwnIdsUnderTheChosenConfiguratio
         EXPECT_EQ(identity.last_sync.count(), 5);
         identity.hit_database.swap(aside);
     });
+    // Read only now: the first state keeps the ids it was published with, though the merge has
+    // since changed the "crm" record in place.
+    EXPECT_EQ(VelmoraTest::DescribeIds(state->GetTypedVector<VisitorId>("visitoridslist").Value()),
+              (Lines{"d_cid_ic:old:o1:1", "d_cid_ic:crm:abc:0"}));
 }
 
 // The fixed UUID source's MID is asserted where a missing MID is made.
