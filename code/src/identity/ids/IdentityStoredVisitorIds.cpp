@@ -14,21 +14,33 @@ namespace VelmoraMobile {
 
 std::string Identity::ConvertVisitorIdObjectsVisitorIDsString(const std::vector<std::shared_ptr<VisitorId>>& ids) {
     const std::string& delimiter = IdentityConstants::Default::CID_DELIMITER;
+    const std::string& key = IdentityConstants::VISITOR_ID_PARAMETER_KEY_CUSTOMER;
+    // Sized once: a save of a long list would otherwise copy the growing text a dozen times.
+    size_t size = 0;
+    for (const auto& visitor_id : ids) {
+        if (visitor_id) {
+            size += 2 + key.size() + visitor_id->id_type.size() + 2 * delimiter.size() + visitor_id->id.size() + 11;
+        }
+    }
     std::string text;
+    text.reserve(size);
     for (const auto& visitor_id : ids) {
         if (!visitor_id) {
             continue;
         }
-        text += "&";
-        text += IdentityConstants::VISITOR_ID_PARAMETER_KEY_CUSTOMER;
-        text += "=";
+        text += '&';
+        text += key;
+        text += '=';
         text += visitor_id->id_type;
         text += delimiter;
-        if (!visitor_id->id.empty()) {
-            text += visitor_id->id;
-        }
+        text += visitor_id->id;
         text += delimiter;
-        text += std::to_string(static_cast<int32_t>(visitor_id->authentication_state));
+        const auto state = static_cast<int32_t>(visitor_id->authentication_state);
+        if (state >= 0 && state <= 9) {
+            text += static_cast<char>('0' + state);
+        } else {
+            text += std::to_string(state);
+        }
     }
     return text;
 }

@@ -305,8 +305,9 @@ bool SqliteStoreFile::Write(const std::string& store, const std::string& key, co
         }
         if (code == SQLITE_OK) {
             code = value.type == ValueType::STRING
+                       // Static: Finish unbinds before `value` can go, and a long value is not copied.
                        ? sqlite3_bind_text(write_, 4, value.text.data(), static_cast<int>(value.text.size()),
-                                           SQLITE_TRANSIENT)
+                                           SQLITE_STATIC)
                        : sqlite3_bind_int64(write_, 4, value.number);
         }
         if (code == SQLITE_OK) {
