@@ -66,8 +66,10 @@ TEST(IdentityCustomerIdsTest, GeneratesInKeyOrderMergesInPlaceStoresWithoutEncod
     // The stored string's writer always writes "d_cid_ic"; nothing is encoded, out-of-range states stand as they are.
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString(
                   {Id("crm", "abc", State::AUTHENTICATED, "somewhere"), Id("loyalty", "77", State::LOGGED_OUT),
-                   Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9))}),
-              "&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012&d_cid_ic=mail%01a b&c%010&d_cid_ic=odd%01%019");
+                   Id("mail", "a b&c", State::UNKNOWN), Id("odd", "", static_cast<State>(9)),
+                   Id("big", "b", static_cast<State>(12)), Id("neg", "n", static_cast<State>(-3))}),
+              "&d_cid_ic=crm%01abc%011&d_cid_ic=loyalty%0177%012&d_cid_ic=mail%01a b&c%010&d_cid_ic=odd%01%019"
+              "&d_cid_ic=big%01b%0112&d_cid_ic=neg%01n%01-3");
     EXPECT_EQ(identity->ConvertVisitorIdObjectsVisitorIDsString({}), "");
 
     // The stored string loads back; damaged entries are logged and skipped.
